@@ -1,0 +1,82 @@
+#include "packages/dependency.h"
+
+#include <algorithm>
+#include <utility>
+
+bool operator<(const Dependency& a, const Dependency& b)
+{
+    if (a.name != b.name) {
+        return a.name < b.name;
+    }
+    const int iOrder = compareEvr(a.evr, b.evr);
+    return iOrder != 0 ? iOrder < 0 : a.flags < b.flags;
+}
+
+DependencySet::const_iterator DependencySet::lowerBound(const Dependency& key) const
+{
+    return std::lower_bound(m_vEntries.begin(), m_vEntries.end(), key);
+}
+
+void DependencySet::insert(const Dependency& entry)
+{
+    const auto it = lowerBound(entry);
+    if (it == m_vEntries.end() || entry < *it) {
+        m_vEntries.insert(it, entry);
+    }
+}
+
+void DependencySet::insertAll(std::vector<Dependency> vEntries)
+{
+    // Stable, and the present elements in front: of equal ones the first inserted stays.
+    vEntries.insert(vEntries.begin(), m_vEntries.begin(), m_vEntries.end());
+    std::stable_sort(vEntries.begin(), vEntries.end());
+    const auto equal = [](const Dependency& a, const Dependency& b) { return !(a < b); };
+    vEntries.erase(std::unique(vEntries.begin(), vEntries.end(), equal), vEntries.end());
+    m_vEntries.assign(vEntries.begin(), vEntries.end());
+    m_vEntries.shrink_to_fit();
+}
+
+bool dependencyMatches(const Dependency& a, const Dependency& b)
+{
+    if (a.name != b.name) {
+        return false;
+    }
+    if (a.flags == 0 || b.flags == 0 || a.evr.version.empty() || b.evr.version.empty()) {
+        return true;
+    }
+    const int iOrder = compareEvrBound(a.evr, b.evr);
+    if (iOrder < 0) {
+        return (a.flags & GREATER) != 0 || (b.flags & LESS) != 0;
+    }
+    if (iOrder > 0) {
+        return (a.flags & LESS) != 0 || (b.flags & GREATER) != 0;
+    }
+    return (a.flags & b.flags & (LESS | EQUAL | GREATER)) != 0;
+}
+
+const char* relationText(std::int32_t iFlags)
+{
+    switch (iFlags) {
+        case EQUAL:
+            return "=";
+        case LESS:
+            return "<";
+        case GREATER:
+            return ">";
+        case LESS | EQUAL:
+            return "<=";
+        case GREATER | EQUAL:
+            return ">=";
+        default:
+            return "?";
+    }
+}
+
+std::string dependencyText(const Dependency& dependency)
+{
+    if (dependency.evr.version.empty()) {
+        return dependency.name.str();
+    }
+    return dependency.name.str() + " " + relationText(dependency.flags) + " " +
+           evrText(dependency.evr);
+}

@@ -1,0 +1,122 @@
+#include "packages/text.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+namespace {
+
+/// The one copy of every string, in chunks that never move, and a hash table with open addressing
+/// that finds it again. A string lies at a multiple of 4 bytes: its length (32 bits), its bytes, a
+/// null byte. Its id is its place divided by 4, so that 16 GiB could be told apart.
+class TextStore {
+public:
+    static TextStore& instance()
+    {
+        static TextStore store;
+        return store;
+    }
+
+    [[nodiscard]] std::string_view at(std::uint32_t uId) const
+    {
+        const char* pEntry = m_vChunks[uId >> k_uChunkShift].get() + (uId & k_uChunkMask) * k_uUnit;
+        std::uint32_t uLength = 0;
+        std::memcpy(&uLength, pEntry, sizeof(uLength));
+        return {pEntry + sizeof(uLength), uLength};
+    }
+
+    std::uint32_t find(std::string_view sText)
+    {
+        if (sText.empty()) {
+            return 0;
+        }
+        if (m_uCount * 4 >= m_vTable.size() * 3) {
+            grow();
+        }
+        std::uint32_t& uSlot = slot(sText);
+        if (uSlot == 0) {
+            uSlot = store(sText);
+            ++m_uCount;
+        }
+        return uSlot;
+    }
+
+private:
+    static constexpr std::size_t k_uUnit = 4;
+    static constexpr std::uint32_t k_uChunkShift = 16;
+    static constexpr std::uint32_t k_uChunkUnits = 1U << k_uChunkShift;
+    static constexpr std::uint32_t k_uChunkMask = k_uChunkUnits - 1;
+
+    TextStore() : m_vTable(1024) { store({}); }
+
+    std::uint32_t& slot(std::string_view sText)
+    {
+        const std::size_t uMask = m_vTable.size() - 1;
+        std::size_t u = std::hash<std::string_view>()(sText) & uMask;
+        while (m_vTable[u] != 0 && at(m_vTable[u]) != sText) {
+            u = (u + 1) & uMask;
+        }
+        return m_vTable[u];
+    }
+
+    void grow()
+    {
+        std::vector<std::uint32_t> vOld(m_vTable.size() * 2);
+        vOld.swap(m_vTable);
+        for (const std::uint32_t uId : vOld) {
+            if (uId != 0) {
+                slot(at(uId)) = uId;
+            }
+        }
+    }
+
+    std::uint32_t store(std::string_view sText)
+    {
+        const auto uLength = static_cast<std::uint32_t>(sText.size());
+        const std::size_t uBytes = sizeof(uLength) + sText.size() + 1;
+        const std::size_t uUnits = (uBytes + k_uUnit - 1) / k_uUnit;
+        if (m_vChunks.empty() || m_uUsed + uUnits > k_uChunkUnits) {
+            addChunk(uUnits);
+        }
+        const auto uPlace = static_cast<std::uint32_t>(m_uUsed);
+        char* pEntry = m_vChunks[m_uCurrent].get() + m_uUsed * k_uUnit;
+        std::memcpy(pEntry, &uLength, sizeof(uLength));
+        std::memcpy(pEntry + sizeof(uLength), sText.data(), sText.size());
+        pEntry[uBytes - 1] = '\0';
+        m_uUsed += uUnits;
+        return (static_cast<std::uint32_t>(m_uCurrent) << k_uChunkShift) + uPlace;
+    }
+
+    /// A string longer than a chunk gets a chunk of its own size.
+    void addChunk(std::size_t uUnits)
+    {
+        if (m_vChunks.size() > (UINT32_MAX >> k_uChunkShift)) {
+            throw std::bad_alloc();
+        }
+        const std::size_t uSize = uUnits > k_uChunkUnits ? uUnits : k_uChunkUnits;
+        m_vChunks.push_back(std::make_unique_for_overwrite<char[]>(uSize * k_uUnit));
+        m_uCurrent = m_vChunks.size() - 1;
+        m_uUsed = 0;
+    }
+
+    std::vector<std::unique_ptr<char[]>> m_vChunks;
+    std::vector<std::uint32_t> m_vTable;  ///< ids; 0 is a free slot; the size is a power of two
+    std::size_t m_uCurrent = 0;           ///< the chunk that is being filled
+    std::size_t m_uUsed = 0;              ///< units used in it
+    std::size_t m_uCount = 0;             ///< strings in the table
+};
+
+}  // namespace
+
+Text::Text(std::string_view sText) : m_uId(TextStore::instance().find(sText)) {}
+
+std::string_view Text::view() const
+{
+    return TextStore::instance().at(m_uId);
+}
+
+std::strong_ordering operator<=>(Text a, Text b)
+{
+    return a.m_uId == b.m_uId ? std::strong_ordering::equal : a.view() <=> b.view();
+}

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <compare>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+/// An immutable byte string of which the process holds one copy, however many values have it. Four
+/// bytes, copied and compared for equality like an integer; ordered in plain byte order.
+///
+/// A repository of 60,000 packages names a million dependencies whose names and versions nearly all
+/// repeat: with strings of their own they would not fit a small device. The copies live until the
+/// process ends, so keep it to what comes from package metadata. Not for texts with null bytes.
+class Text {
+public:
+    Text() = default;  ///< the empty string
+    Text(std::string_view sText);
+    Text(const std::string& sText) : Text(std::string_view(sText)) {}
+    Text(const char* pText) : Text(std::string_view(pText)) {}
+
+    [[nodiscard]] std::string_view view() const;
+    [[nodiscard]] const char* c_str() const { return view().data(); }  ///< null-terminated
+    [[nodiscard]] std::string str() const { return std::string(view()); }
+    [[nodiscard]] bool empty() const { return m_uId == 0; }
+
+    friend bool operator==(Text a, Text b) { return a.m_uId == b.m_uId; }
+    friend std::strong_ordering operator<=>(Text a, Text b);
+
+private:
+    std::uint32_t m_uId = 0;  ///< place in the store, in units of 4 bytes; 0 is the empty string
+};

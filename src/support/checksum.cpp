@@ -1,0 +1,107 @@
+#include "support/checksum.h"
+
+#include "support/logger.h"
+
+#include <zlib.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <memory>
+
+namespace {
+
+constexpr std::size_t k_uBufferSize = 1024;
+
+struct FileCloser {
+    void operator()(std::FILE* pFile) const { std::fclose(pFile); }
+    void operator()(gzFile_s* pFile) const { gzclose(pFile); }
+};
+
+using PlainFile = std::unique_ptr<std::FILE, FileCloser>;
+using GzipFile = std::unique_ptr<gzFile_s, FileCloser>;
+
+void logOpenFailure(const std::string& sPath)
+{
+    logMessage(ERROR, "failed opening '%s' for checksumming (%s)", sPath.c_str(),
+               errnoText().c_str());
+}
+
+bool digestPlain(const std::string& sPath, unsigned char* pBuffer, Sha1Context& context)
+{
+    const PlainFile file(std::fopen(sPath.c_str(), "rbe"));
+    if (file == nullptr) {
+        logOpenFailure(sPath);
+        return false;
+    }
+    while (std::feof(file.get()) == 0) {
+        const std::size_t uRead = std::fread(pBuffer, 1, k_uBufferSize, file.get());
+        if (uRead < k_uBufferSize && std::ferror(file.get()) != 0) {
+            return false;
+        }
+        sha1Update(context, pBuffer, uRead);
+    }
+    return true;
+}
+
+bool digestContents(const std::string& sPath, unsigned char* pBuffer, Sha1Context& context)
+{
+    errno = 0;
+    const GzipFile file(gzopen(sPath.c_str(), "rbe"));
+    if (file == nullptr) {
+        logOpenFailure(sPath);
+        return false;
+    }
+    int iRead = 0;
+    while ((iRead = gzread(file.get(), pBuffer, k_uBufferSize)) > 0) {
+        sha1Update(context, pBuffer, static_cast<std::size_t>(iRead));
+    }
+    return iRead == 0;
+}
+
+}  // namespace
+
+bool fileDigest(const std::string& sPath, Sha1Digest& digest, bool bDecompress)
+{
+    const auto buffer = std::make_unique<unsigned char[]>(k_uBufferSize);
+    Sha1Context context;
+    sha1Init(context);
+    if (!(bDecompress ? digestContents : digestPlain)(sPath, buffer.get(), context)) {
+        return false;
+    }
+    digest = sha1Final(context);
+    return true;
+}
+
+std::string hexText(const unsigned char* pBytes, std::size_t uLength)
+{
+    static constexpr char k_sDigits[] = "0123456789abcdef";
+    std::string sText;
+    sText.reserve(2 * uLength);
+    for (std::size_t u = 0; u < uLength; ++u) {
+        sText += k_sDigits[pBytes[u] >> 4U];
+        sText += k_sDigits[pBytes[u] & 0xfU];
+    }
+    return sText;
+}
+
+bool Checksum::check(const std::string& sPath, bool bDecompress) const
+{
+    if (value.empty()) {
+        logMessage(ERROR, "attempted to check an empty checksum");
+        return false;
+    }
+    if (type != "sha") {
+        logMessage(ERROR, "unsupported checksum type '%s'", type.c_str());
+        return false;
+    }
+    Sha1Digest digest;
+    if (!fileDigest(sPath, digest, bDecompress)) {
+        logMessage(ERROR, "failed while reading from '%s'", sPath.c_str());
+        return false;
+    }
+    const std::string sText = hexText(digest.data(), digest.size());
+    const bool bEqual = sText == value;
+    logMessage(DEBUG, "'%s' checksum of '%s' (%s) %s against %s", type.c_str(), sPath.c_str(),
+               sText.c_str(), bEqual ? "checks" : "FAILS", value.c_str());
+    return bEqual;
+}

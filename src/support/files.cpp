@@ -1,0 +1,82 @@
+#include "support/files.h"
+
+#include "support/logger.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+int FileDescriptor::release()
+{
+    const int iFd = m_iFd;
+    m_iFd = -1;
+    return iFd;
+}
+
+bool FileDescriptor::close()
+{
+    return !isOpen() || ::close(release()) == 0;
+}
+
+std::string baseName(std::string_view sPath)
+{
+    const std::size_t uEnd = sPath.find_last_not_of('/');
+    if (uEnd == std::string_view::npos) {
+        return {};
+    }
+    sPath = sPath.substr(0, uEnd + 1);
+    const std::size_t uSlash = sPath.rfind('/');
+    return std::string(uSlash == std::string_view::npos ? sPath : sPath.substr(uSlash + 1));
+}
+
+bool ensureDirectory(const std::string& sPath)
+{
+    bool bExists = mkdir(sPath.c_str(), 0777) == 0;
+    if (!bExists && errno == EEXIST) {
+        struct stat info = {};
+        bExists = stat(sPath.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
+        errno = EEXIST;  // the reason to report when something else stands there
+    }
+    if (!bExists) {
+        logMessage(ERROR, "cannot create dir '%s' (%s)", sPath.c_str(), errnoText().c_str());
+        return false;
+    }
+    logMessage(DEBUG, "successfully created dir '%s'", sPath.c_str());
+    return true;
+}
+
+bool isReadable(const std::string& sPath)
+{
+    const FileDescriptor file(open(sPath.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.isOpen()) {
+        logMessage(DEBUG, "file '%s' not readable (%s)", sPath.c_str(), errnoText().c_str());
+    }
+    return file.isOpen();
+}
+
+bool writeAll(int iFd, const char* pData, std::size_t uLength)
+{
+    while (uLength > 0) {
+        const ssize_t iWritten = write(iFd, pData, uLength);
+        if (iWritten < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            return false;
+        }
+        pData += iWritten;
+        uLength -= static_cast<std::size_t>(iWritten);
+    }
+    return true;
+}
+
+bool hasControlCharacter(std::string_view sText)
+{
+    return std::any_of(sText.begin(), sText.end(), [](char c) {
+        const auto uByte = static_cast<unsigned char>(c);
+        return uByte < 0x20 || uByte == 0x7f;
+    });
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+/// A file descriptor that closes itself; -1 holds none.
+class FileDescriptor {
+public:
+    explicit FileDescriptor(int iFd = -1) : m_iFd(iFd) {}
+    ~FileDescriptor() { close(); }
+    FileDescriptor(const FileDescriptor&) = delete;
+    FileDescriptor& operator=(const FileDescriptor&) = delete;
+
+    [[nodiscard]] int get() const { return m_iFd; }
+    [[nodiscard]] bool isOpen() const { return m_iFd >= 0; }
+
+    /// Gives the descriptor to the caller, who closes it.
+    int release();
+
+    /// Closes now. False, with errno set, if close(2) reports an error; closed in any case.
+    bool close();
+
+private:
+    int m_iFd;
+};
+
+/// The last component of a path, slashes at its end ignored: "b" for "a/b/". Empty for a path of
+/// slashes only.
+std::string baseName(std::string_view sPath);
+
+/// Makes sure that a directory exists: creates its last component if need be, and no parents.
+///
+/// @return false if it does not exist afterwards (logged at ERROR).
+[[nodiscard]] bool ensureDirectory(const std::string& sPath);
+
+/// True if the file can be opened for reading; otherwise why not is logged at DEBUG.
+[[nodiscard]] bool isReadable(const std::string& sPath);
+
+/// Writes a whole block, going on after a partial write and after EINTR.
+///
+/// @return false, with errno set, on any other error.
+[[nodiscard]] bool writeAll(int iFd, const char* pData, std::size_t uLength);
+
+/// True if the text holds a control character: a byte below 0x20, or 0x7f.
+[[nodiscard]] bool hasControlCharacter(std::string_view sText);

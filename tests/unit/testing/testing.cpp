@@ -1,0 +1,63 @@
+#include "testing/testing.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+TempDir::TempDir()
+{
+    std::string sName = (std::filesystem::temp_directory_path() / "updater-test-XXXXXX").string();
+    if (mkdtemp(sName.data()) == nullptr) {
+        throw std::runtime_error("cannot make " + sName);
+    }
+    m_sPath = sName;
+}
+
+TempDir::~TempDir()
+{
+    std::error_code error;
+    std::filesystem::remove_all(m_sPath, error);
+}
+
+std::string TempDir::write(const std::string& sName, const std::string& sContents) const
+{
+    std::ofstream(file(sName), std::ios::binary) << sContents;
+    return file(sName);
+}
+
+std::string TempDir::read(const std::string& sName) const
+{
+    std::ostringstream text;
+    text << std::ifstream(file(sName), std::ios::binary).rdbuf();
+    return text.str();
+}
+
+bool TempDir::exists(const std::string& sName) const
+{
+    return std::filesystem::exists(std::filesystem::symlink_status(file(sName)));
+}
+
+LogCapture::LogCapture(int iLevel)
+{
+    Logger::instance().setThreshold(iLevel);
+    Logger::instance().setStderr(false);
+    Logger::instance().addFile(m_dir.file("log"), TRACE, true);
+}
+
+LogCapture::~LogCapture()
+{
+    Logger::instance().removeFile(m_dir.file("log"));
+    Logger::instance().setStderr(true);
+    Logger::instance().setThreshold(INFO);
+}
+
+std::string LogCapture::text() const
+{
+    return m_dir.read("log").substr(m_uSkip);
+}
+
+void LogCapture::clear()
+{
+    m_uSkip = m_dir.read("log").size();
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "support/logger.h"
+
+#include <string>
+
+/// A new empty directory that goes away with the object.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+
+    [[nodiscard]] const std::string& path() const { return m_sPath; }
+    [[nodiscard]] std::string file(const std::string& sName) const { return m_sPath + "/" + sName; }
+
+    /// Writes a file and returns its path.
+    std::string write(const std::string& sName, const std::string& sContents) const;
+    [[nodiscard]] std::string read(const std::string& sName) const;
+    [[nodiscard]] bool exists(const std::string& sName) const;
+
+private:
+    std::string m_sPath;
+};
+
+/// Gathers what the process logs, at all levels from `iLevel` up, during its life; standard error is
+/// silent meanwhile.
+class LogCapture {
+public:
+    explicit LogCapture(int iLevel = DEBUG);
+    ~LogCapture();
+    LogCapture(const LogCapture&) = delete;
+    LogCapture& operator=(const LogCapture&) = delete;
+
+    /// All lines so far, in the form of the log: "LEVEL: text\n".
+    [[nodiscard]] std::string text() const;
+
+    /// Forgets what came so far.
+    void clear();
+
+private:
+    TempDir m_dir;
+    std::size_t m_uSkip = 0;
+};
