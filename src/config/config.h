@@ -51,6 +51,8 @@ struct ProxyConfig {
     std::string password;
     std::string agentBase;     ///< leading word of the user agent
     std::string agentProduct;  ///< product word of the user agent and of the default user
+    std::string tlsTrust;  ///< empty: no server is trusted; "system": the system's store; else the
+                           ///< absolute path of a PEM file
 };
 
 /// All settings. Read-only once loaded, but for the copies that a pass works on.
