@@ -1,0 +1,30 @@
+"""Fixtures of the system tests. The program under test is $UPDATER, else the build with sanitizers."""
+
+import os
+import sys
+from collections.abc import Iterator
+from pathlib import Path
+
+import pytest
+
+PROJECT = Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(PROJECT / "tools"))
+
+from device.device import Device  # noqa: E402
+
+
+@pytest.fixture(scope="session")
+def program() -> Path:
+    path = Path(os.environ.get("UPDATER", PROJECT / "build/dev/updater")).resolve()
+    if not path.is_file():
+        pytest.exit(f"no program at {path}: build it, or set UPDATER", 2)
+    return path
+
+
+@pytest.fixture
+def device(program: Path) -> Iterator[Device]:
+    """A fresh device that knows the key "vendor" and has a configuration for file:///srv/repo."""
+    with Device(program) as made:
+        made.import_key()
+        made.configure()
+        yield made

@@ -1,0 +1,72 @@
+"""Keys to sign packages with: made once, kept in the cache, never in anybody's real key ring."""
+
+import contextlib
+import os
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+from collections.abc import Iterator
+from pathlib import Path
+
+from . import cache
+
+
+@contextlib.contextmanager
+def _key_ring() -> Iterator[dict[str, str]]:
+    """The environment of an empty key ring, which ends with its agent. Its path is short: the
+    agent's socket lies in it."""
+    with tempfile.TemporaryDirectory(prefix="keys-", dir="/tmp") as home:
+        environment = {"GNUPGHOME": home, "HOME": home, "PATH": "/usr/bin:/bin", "LC_ALL": "C", "GPG_TTY": ""}
+        try:
+            yield environment
+        finally:
+            _stop_agent(environment)
+
+
+def _stop_agent(environment: dict[str, str]) -> None:
+    answer = subprocess.run(["gpg-connect-agent", "--no-autostart", "GETINFO pid", "/bye"],
+                            env=environment, capture_output=True, text=True, check=False).stdout
+    if not answer.startswith("D "):
+        return
+    agent = int(answer.split()[1])
+    os.kill(agent, signal.SIGINT)  # at once; SIGTERM takes two seconds
+    with contextlib.suppress(ProcessLookupError):
+        while True:
+            os.kill(agent, 0)
+            time.sleep(0.005)
+
+
+def _gpg(environment: dict[str, str], *arguments: str) -> str:
+    return subprocess.run(["gpg", "--batch", "--quiet", "--pinentry-mode", "loopback", "--passphrase", "",
+                           *arguments], env=environment, capture_output=True, text=True, check=True).stdout
+
+
+def _address(name: str) -> str:
+    return f"{name} <{name}@example.invalid>"
+
+
+def _files(name: str) -> Path:
+    def fill(draft: Path) -> None:
+        with _key_ring() as environment:
+            _gpg(environment, "--quick-gen-key", _address(name), "rsa2048", "sign", "0")
+            (draft / "public.asc").write_text(_gpg(environment, "--armor", "--export"))
+            (draft / "secret.asc").write_text(_gpg(environment, "--armor", "--export-secret-keys"))
+    return cache.entry(f"keys/{name}", fill)
+
+
+def public_key(name: str) -> Path:
+    """The public key of that name as a text file, as `rpm --import` takes it."""
+    with cache.locked():
+        return _files(name) / "public.asc"
+
+
+def sign(name: str, packages: list[Path]) -> None:
+    """Signs package files in place. The caller holds the cache's lock."""
+    secret = _files(name) / "secret.asc"
+    with _key_ring() as environment:
+        _gpg(environment, "--import", str(secret))
+        subprocess.run(["rpmsign", "--define", f"__gpg {shutil.which('gpg')}", "--define",
+                        f"_gpg_name ={_address(name)}", "--addsign", *map(str, packages)],
+                       env=environment, stdin=subprocess.DEVNULL, capture_output=True, check=True)
