@@ -20,7 +20,7 @@ def shell():
 
 
 def test_nothing_of_the_host_can_be_written_or_seen(shell):
-    mounts = Path("/proc/self/mounts").read_text()
+    mounts, mode = Path("/proc/self/mounts").read_text(), shell.directory.parent.stat().st_mode
     for path in ("/usr/x", "/usr/lib/x", "/bin/sh", "/device/bin/updater", "/proc/sys/vm/swappiness"):
         result = shell.shell(f"echo 1 2>/dev/null >>{path}")
         assert result.returncode != 0, path
@@ -28,10 +28,11 @@ def test_nothing_of_the_host_can_be_written_or_seen(shell):
         assert shell.shell(f"test -e {place}").returncode == 1, place
     assert shell.shell("echo 1 >/etc/x && touch /usr/lib/updater/x /opt/x").returncode == 0
     assert (shell.read("/etc/x"), Path("/etc/x").exists()) == ("1\n", False)
-    shell.path("/usr/lib/updater/x").chmod(0)
+    shell.write("/opt/locked/x", "").parent.chmod(0)
     shell.close()
     assert not shell.directory.exists()
-    assert Path("/proc/self/mounts").read_text() == mounts
+    shell.close()
+    assert (Path("/proc/self/mounts").read_text(), shell.directory.parent.stat().st_mode) == (mounts, mode)
 
 
 @pytest.mark.parametrize("when, installed", [
@@ -53,12 +54,12 @@ def test_power_cut_ends_everything_at_the_named_call_only(shell, when, installed
 
 
 @pytest.mark.parametrize("rule, code, output, installed", [
-    ({}, 0, "", "lib-1-1"),
+    ({"exit": 0}, 0, "", "lib-1-1"),
     ({"exit": 3, "output": "no"}, 3, "no", "lib-1-1"),
     ({"signal": 9}, 137, "", "lib-1-1"),
     ({"signal": 9, "inside": True}, 137, "lib-2-1", "lib-2-1"),
-    ({"to_updater": "TERM"}, 143, "", "lib-1-1"),
-    ({"exit": 3, "nth": 2}, 0, "lib-2-1", "lib-2-1"),
+    ({"to_updater": "KILL"}, 137, "", "lib-2-1"),
+    ({"output": "also\n", "exit": 3, "nth": 2}, 0, "lib-2-1", "lib-2-1"),
 ])
 def test_answers(shell, rule, code, output, installed):
     shell.install(*OLD)
@@ -93,6 +94,8 @@ def test_trace_tells_words_syncs_and_calls_in_order(shell):
 def test_a_sanitizer_finding_is_never_missed(shell):
     with pytest.raises(SanitizerError, match="overflow"):
         shell.run("-c", "echo heap-buffer-overflow >/device/sanitizer.77; exit 0")
+    with pytest.raises(SanitizerError, match="undefined"):
+        shell.run("-c", "echo undefined >&2; exit 99")
     assert shell.run("-c", "exit 0").returncode == 0
 
 

@@ -28,7 +28,7 @@ it never is negative. A finding of a sanitizer raises SanitizerError whatever th
     device.answer("hook download", exit=3, output="no space")
     device.answer("rpm -v -U", exit=1, output="failed")     # in place of the real rpm
     device.answer("rpm -v -U", signal=9, inside=True)       # real rpm, killed behind its first package
-    device.answer("hook init", to_updater="TERM")           # the stub signals the program, then is done
+    device.answer("rpm -v -U", to_updater="TERM")           # signals the program, then does what is usual
     device.hold_at("hook download")             # with start(): waits there until release()
     device.remove("/usr/lib/updater/hook")      # or "/device/bin/shutdown": a missing program
     running = device.start(); running.wait_for("hook download"); running.signal(15); device.release()
@@ -39,98 +39,25 @@ it never is negative. A finding of a sanitizer raises SanitizerError whatever th
 
 import dataclasses
 import os
-import re
 import shlex
 import shutil
 import subprocess
 import tempfile
-import time
 from collections.abc import Iterable
 from pathlib import Path
 from xml.sax.saxutils import escape, quoteattr
 
-from . import cache, keys, packages, repository
+from . import cache, keys, packages, repository, root
 from .packages import Package
+from .running import STATUS_FILE, Result, Running, SanitizerError, events_of
+
+__all__ = ["Device", "Package", "Result", "Running", "SanitizerError"]
 
 HERE = Path(__file__).parent
-LOCK_FILE, STATUS_FILE = "/run/lock/updater", "/var/lib/updater/status"
-STUBS = ("rpm", "telinit", "shutdown")
 REPO = "/srv/repo"
 SANITIZERS = {"ASAN_OPTIONS": "exitcode=99:log_path=/device/sanitizer:detect_stack_use_after_return=1",
               "UBSAN_OPTIONS": "exitcode=99:halt_on_error=1:print_stacktrace=1:log_path=/device/sanitizer",
               "LSAN_OPTIONS": "exitcode=99"}
-CPUINFO = "Hardware\t: Quorax\nRevision\t: 0210\nSerial\t\t: 00000000deadbeef\n"
-EEPROM = "/sys/bus/i2c/drivers/Quorax-EEPROM"
-
-
-class SanitizerError(AssertionError):
-    """AddressSanitizer, LeakSanitizer or UndefinedBehaviorSanitizer found something."""
-
-
-@dataclasses.dataclass(frozen=True)
-class Result:
-    """What a run gave. The log goes to stderr."""
-
-    returncode: int
-    stdout: str
-    stderr: str
-    events: list[str] = dataclasses.field(default_factory=list)  # of trace() only
-
-    @property
-    def lines(self) -> list[str]:
-        return self.stderr.splitlines()
-
-    @property
-    def reports(self) -> list[str]:
-        """The report lines alone, with their dashes."""
-        return [line.partition(": ")[2] for line in self.lines if ": --- " in line and line.endswith(" ---")]
-
-
-class Running:
-    """A run that was started and not waited for."""
-
-    def __init__(self, device: "Device", process: subprocess.Popen) -> None:
-        self._device = device
-        self._process = process
-        self._first_call = len(device.calls)
-
-    def wait(self, timeout: float = 60) -> Result:
-        """Waits for the end of all that the run started. What outlives the timeout is killed."""
-        try:
-            stdout, stderr = self._process.communicate(timeout=timeout)
-        except subprocess.TimeoutExpired:
-            self._process.kill()
-            stdout, stderr = self._process.communicate()
-            raise TimeoutError(f"still running after {timeout} seconds:\n{stderr}") from None
-        self._device.check_sanitizers()
-        return Result(self._process.returncode, stdout, stderr)
-
-    def wait_for(self, call: str, timeout: float = 20) -> None:
-        """Waits for a stub's call that begins like this."""
-        end = time.monotonic() + timeout
-        while not any(line.startswith(call) for line in self._device.calls[self._first_call:]):
-            if time.monotonic() > end or self._process.poll() is not None:
-                raise TimeoutError(f"no call of '{call}'")
-            time.sleep(0.005)
-
-    def signal(self, number: int) -> None:
-        """Sends a signal to the program itself (the first one, if there are several)."""
-        os.kill(self._find(self._process.pid), number)
-
-    def _find(self, parent: int) -> int:
-        """The process called "updater" among the descendants of a process. Asks again for a while,
-        as it may be about to be started."""
-        end = time.monotonic() + 20
-        while time.monotonic() < end:
-            generation = [parent]
-            while generation:
-                for pid in generation:
-                    if Path(f"/proc/{pid}/comm").read_text() == "updater\n":
-                        return pid
-                generation = [int(child) for pid in generation
-                              for child in Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
-            time.sleep(0.005)
-        raise TimeoutError("the program does not run")
 
 
 class Device:
@@ -140,8 +67,12 @@ class Device:
         self.directory = directory or Path(tempfile.mkdtemp(prefix="device-"))
         self._rules = 0
         self._state: str | None = "base"  # names what is installed, None when not known for sure
-        self._make_root(Path(program).resolve())
-        self._restore_or_make("base", lambda: self._rpm("-i", packages.build(packages.BASE)))
+        try:
+            root.make(self.directory, Path(program).resolve())
+            self._restore_or_make("base", lambda: self._rpm("-i", packages.build(packages.BASE)))
+        except BaseException:
+            self.close()
+            raise
 
     def __enter__(self) -> "Device":
         return self
@@ -150,36 +81,27 @@ class Device:
         self.close()
 
     def close(self) -> None:
-        """Removes the device's files."""
-        def unlock(function, path, _) -> None:  # a test may have taken the rights from a directory
-            os.chmod(os.path.dirname(path), 0o700)
-            os.chmod(path, 0o700)
-            function(path)
+        """Removes the device's files, also those in directories that a test has locked."""
         if self.directory.exists():
-            shutil.rmtree(self.directory, onerror=unlock)
+            for directory, names, _ in os.walk(self.directory):
+                for name in names:
+                    path = os.path.join(directory, name)
+                    if not os.path.islink(path):
+                        os.chmod(path, 0o700)
+            shutil.rmtree(self.directory)
 
     # Files
 
     def path(self, path: str) -> Path:
-        """Where a file of the device lies on the host. Don't use it through links of the device."""
-        for link, real in (("/var/run/", "/run/"), ("/var/lock/", "/run/lock/"),
-                           ("/usr/lib/updater", "/device/usr-lib-updater"),
-                           ("/usr/share/resources", "/device/resources"),
-                           ("/proc/cpuinfo", "/device/cpuinfo")):
-            if path.startswith(link):
-                path = real + path[len(link):]
-        return self.directory / path.lstrip("/")
+        """Where a file of the device lies on the host."""
+        return root.host_path(self.directory, path)
 
     def read(self, path: str) -> str:
         return self.path(path).read_text(errors="replace")
 
-    def write(self, path: str, text: str | bytes, mode: int = 0o644) -> Path:
+    def write(self, path: str, content: str | bytes, mode: int = 0o644) -> Path:
         """Writes a file of the device and makes the directories above it."""
-        file = self.path(path)
-        file.parent.mkdir(parents=True, exist_ok=True)
-        file.write_bytes(text.encode() if isinstance(text, str) else text)
-        file.chmod(mode)
-        return file
+        return root.write(self.directory, path, content, mode)
 
     def remove(self, path: str) -> None:
         """Removes a file of the device; it must be there."""
@@ -234,7 +156,8 @@ class Device:
 
     def shell(self, script: str, timeout: float = 60, **environment: str) -> Result:
         """Runs a shell script in the device, where `updater` and the stubs are found by name."""
-        return self._start(["/bin/sh", "-c", script], {"PATH": "/device/bin:/usr/sbin:/usr/bin"} | environment).wait(timeout)
+        environment = {"PATH": "/device/bin:/usr/sbin:/usr/bin"} | environment
+        return self._start(["/bin/sh", "-c", script], environment).wait(timeout)
 
     def command(self, *command: str) -> tuple[list[str], dict[str, str]]:
         """What to execute, and in which environment, to run a command in the device by other means."""
@@ -256,15 +179,6 @@ class Device:
         lines = [line for file in self.path("/device").glob("trace.*") for line in file.read_text().splitlines()]
         return dataclasses.replace(result, events=events_of(sorted(lines)))
 
-    def check_sanitizers(self) -> None:
-        """Raises SanitizerError if any process of the device has left a report."""
-        reports = sorted(self.path("/device").glob("sanitizer.*"))
-        if reports:
-            text = "\n".join(report.read_text(errors="replace") for report in reports)
-            for report in reports:
-                report.unlink()
-            raise SanitizerError(text)
-
     # The rpm database
 
     def install(self, *items: Package | Path) -> None:
@@ -275,7 +189,7 @@ class Device:
     def import_key(self, name: str = "vendor") -> None:
         """Makes a public key known to the device's rpm."""
         key = keys.public_key(name)
-        self._restore_or_make(f"import {name}", lambda: self._rpm("--import", [key]))
+        self._restore_or_make(f"import {key.read_text()}", lambda: self._rpm("--import", [key]))
 
     def installed(self) -> list[str]:
         """Names, versions and releases of the installed packages, sorted, without public keys."""
@@ -305,7 +219,7 @@ class Device:
         if self._state is None:
             make()
             return
-        self._state = cache.name_for(self._state, step, (HERE / "packages.py").read_text())
+        self._state = cache.name_for(self._state, step, packages.SOURCE)
 
         def fill(draft: Path) -> None:
             known, self._state = self._state, None
@@ -334,13 +248,14 @@ class Device:
         """Kills every process of the device at a call: "before" or "behind" what it does, or "in"
         the real rpm, when the first of the packages is in place."""
         action = {"before": "cut", "behind": 'usual "$@"; cut',
-                  "in": "echo -1 9 >/device/in-rpm; usual \"$@\"; exit 99"}[when]
+                  "in": 'echo -1 9 >/device/in-rpm; usual "$@"; echo nothing to cut; exit 98'}[when]
         self._add_rule(call, nth, action)
 
-    def answer(self, call: str, *, exit: int = 0, output: str = "", signal: int = 0, inside: bool = False,
-               to_updater: str = "", nth: int | None = None) -> None:
-        """What a stub does in place of what is usual: signals the program, prints, and then kills
-        itself by a signal or exits. `inside`: the real rpm runs and dies of `signal` half-way."""
+    def answer(self, call: str, *, exit: int | None = None, output: str = "", signal: int = 0,
+               inside: bool = False, to_updater: str = "", nth: int | None = None) -> None:
+        """Lets a stub signal the program, print, and then kill itself by a signal or exit. With
+        neither of these it goes on to what is usual. `inside`: the real rpm dies of the signal, when
+        the first of the packages is in place."""
         steps = []
         if to_updater:
             steps.append(f"kill -{to_updater} $PPID")
@@ -349,8 +264,10 @@ class Device:
         if inside:
             steps.append(f'echo $$ {signal} >/device/in-rpm; exec /usr/bin/rpm "$@"')
         elif signal:
-            steps.append(f"kill -{int(signal)} $$")
-        self._add_rule(call, nth, "; ".join([*steps, f"exit {exit}"]))
+            steps.append(f"kill -{signal} $$")
+        elif exit is not None:
+            steps.append(f"exit {exit}")
+        self._add_rule(call, nth, "; ".join(steps))
 
     def hold_at(self, call: str, nth: int = 1) -> None:
         """Lets a stub wait, behind the noting of its call, until release()."""
@@ -371,62 +288,4 @@ class Device:
         line, basic = self.command(*command)
         process = subprocess.Popen(line, env=basic | environment, stdin=subprocess.DEVNULL, text=True,
                                    errors="replace", stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        return Running(self, process)
-
-    def _make_root(self, program: Path) -> None:
-        root = self.directory
-        for path in ("etc/network", "etc/rpm", "var/lib/updater", "var/lib/rpm", "var/log/updater",
-                     "var/cache/updater", "var/tmp", "run/lock", "opt", "root", "srv", "tmp", "dev", "proc",
-                     "usr", "mnt", "device/bin", "device/usr-lib-updater", "device/resources/default/updater",
-                     "device/layer/lib/updater", "device/layer/share/resources", EEPROM[1:] + "/0-0053",
-                     EEPROM[1:] + "/0-0050", EEPROM[1:] + "/0-0052"):
-            (root / path).mkdir(parents=True, exist_ok=True)
-        for link, target in (("bin", "usr/bin"), ("sbin", "usr/sbin"), ("lib", "usr/lib"), ("lib64", "usr/lib64"),
-                             ("var/run", "/run"), ("var/lock", "/run/lock")):
-            (root / link).symlink_to(target)
-        for file in ("passwd", "group", "nsswitch.conf", "ld.so.cache"):
-            if Path("/etc", file).exists():
-                shutil.copyfile(Path("/etc", file), root / "etc" / file)
-        for file, text in {"/etc/hosts": "127.0.0.1 localhost\n", "/etc/rpm/macros": "%_dbpath /var/lib/rpm\n",
-                           "/etc/popt": "rpm alias -U --force-debian -U\nrpm alias -i --force-debian -i\n",
-                           "/usr/share/resources/default/updater/defaults.conf": "<updater/>\n",
-                           "/proc/cpuinfo": CPUINFO, EEPROM + "/0-0050/data": bytes(21),
-                           EEPROM + "/0-0052/data": bytes(21), "/device/calls": "", "/device/rules": "",
-                           "/device/bin/updater": ""}.items():
-            self.write(file, text)
-        for stub in [*(f"/device/bin/{name}" for name in STUBS), "/usr/lib/updater/hook"]:
-            self.write(stub, (HERE / "stub").read_bytes(), 0o755)
-        mounts = [("overlay", "/usr", "overlay", f"ro,lowerdir={root}/device/layer:/usr"),
-                  ("proc", "/proc", "proc", "ro"),
-                  (program, "/device/bin/updater", "none", "bind,ro"),
-                  (root / "device/usr-lib-updater", "/usr/lib/updater", "none", "bind"),
-                  (root / "device/resources", "/usr/share/resources", "none", "bind"),
-                  (root / "device/cpuinfo", "/proc/cpuinfo", "none", "bind")]
-        for name in ("null", "zero", "full", "urandom", "random", "tty"):
-            (root / "dev" / name).touch()
-            mounts.append((Path("/dev", name), f"/dev/{name}", "none", "bind"))
-        self.write("/device/fstab", "".join(
-            f"{str(what).replace(' ', chr(92) + '040')} {root}{where} {kind} {options} 0 0\n"
-            for what, where, kind, options in mounts))
-
-
-def events_of(lines: Iterable[str]) -> list[str]:
-    """The events of Device.trace() in the sorted lines of `strace -y -ttt`."""
-    events: list[str] = []
-    words: dict[str, str] = {}  # what was written to each temporary status file
-    for line in lines:
-        call = line.partition(" ")[2]
-        if written := re.match(r'write\(\d+<([^>]+)>, "(\w+)\\n", ', call):
-            words[written[1]] = written[2]
-        elif re.search(r"\) += 0$", call) is None:
-            continue
-        elif renamed := re.match(rf'rename\w*\((?:AT_FDCWD[^,]*, )?"([^"]+)", (?:AT_FDCWD[^,]*, )?"{STATUS_FILE}"', call):
-            events.append(words.get(renamed[1], "?"))
-        elif re.match(rf"f(data)?sync\(\d+<{STATUS_FILE}>", call):
-            events.append("fsync")
-        elif call.startswith("sync("):
-            events.append("sync")
-        elif stub := re.match(r'execve\("(?:/device/bin/(?:rpm|telinit|shutdown)|/usr/lib/updater/hook)", \[(.*?)\], ', call):
-            words_of_call = re.findall(r'"([^"]*)"', stub[1])
-            events.append(" ".join(word.rpartition("/")[2] for word in words_of_call))
-    return events
+        return Running(self.path("/device"), process)

@@ -58,6 +58,7 @@ class Package:
         return "\n".join(lines) + "\n"
 
 
+SOURCE = Path(__file__).read_text(encoding="utf-8")  # what is made by other code is not the same
 HEAD = """Name: set
 Version: 1
 Release: 1
@@ -111,7 +112,7 @@ def _build(recipes: Iterable[Package], target: Path) -> None:
 def build(*recipes: Package) -> list[Path]:
     """The package files, in the order of the recipes. They belong to the cache: never write them."""
     with cache.locked():
-        places = {recipe: cache.directory() / "packages" / cache.name_for(recipe) for recipe in recipes}
+        places = {recipe: cache.directory() / "packages" / cache.name_for(recipe, SOURCE) for recipe in recipes}
         missing = [recipe for recipe, place in places.items() if not place.exists()]
         while missing:
             batch: list[Package] = []
