@@ -13,6 +13,21 @@ sys.path.insert(0, str(PROJECT / "tools"))
 from device.device import Device  # noqa: E402
 
 
+def pytest_addoption(parser: pytest.Parser) -> None:
+    parser.addoption("--long", action="store_true", help="run what is marked long, too")
+
+
+def pytest_configure(config: pytest.Config) -> None:
+    config.addinivalue_line("markers", "long: takes more than a few seconds")
+
+
+def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item]) -> None:
+    if not config.getoption("--long"):
+        for item in items:
+            if item.get_closest_marker("long"):
+                item.add_marker(pytest.mark.skip(reason="needs --long"))
+
+
 @pytest.fixture(scope="session")
 def program() -> Path:
     path = Path(os.environ.get("UPDATER", PROJECT / "build/dev/updater")).resolve()

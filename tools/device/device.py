@@ -134,8 +134,7 @@ class Device:
     {f'<release>{names("package", [release])}</release>' if release else ''}
     <addons>{names("package", addons)}{names("group", groups)}</addons>
   </packages></product>
-  <repository id="base"><name>Demo packages</name><location href={quoteattr(uri)}/></repository>
-  {extra}
+  <repository id="base"><name>Demo packages</name><location href={quoteattr(uri)}/></repository>{extra}
 </updater>
 """)
 

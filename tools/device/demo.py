@@ -1,0 +1,61 @@
+"""The road of one update, shown by running it: ./dev demo."""
+
+import sys
+
+from . import scene
+from .cache import PROJECT
+
+BEGIN, END = "<!-- demo transcript -->\n", "<!-- end of demo transcript -->\n"
+INSTALLED = "rpm -qa | grep -v gpg-pubkey | sort"
+STEPS = (
+    ("What is installed, and what the repository offers:",
+     (INSTALLED, "ls /srv/repo", "cat /etc/updater.conf")),
+    ("Is there anything to do?", ("updater --check-only",)),
+    ("The update: two passes, the add-on and the release package come last.", ("updater; echo $?",)),
+    ("What it left:", (INSTALLED, "cat /var/lib/updater/status")),
+    ("What it called, in this order (the hook, telinit and shutdown are stand-ins here, rpm is real):",
+     ("cat /device/calls",)),
+    ("Until the device has come up again, nothing is touched:", ("updater; echo $?",)),
+)
+EXPECTED = {"firmware-2.0-1", "kiosk-2.0-1", "libkiosk-2.0-1", "libtouch-1.4-2", "maps-2026-1"}
+
+
+def main() -> int:
+    lines: list[str] = []
+    with scene.make() as device:
+        for title, commands in STEPS:
+            lines += ["", f"# {title}"]
+            for command in commands:
+                result = device.shell(f"exec 2>&1; {command}")
+                lines += [f"$ {command}", *result.stdout.splitlines()]
+        installed, status, calls = set(device.installed()), device.status, device.calls
+    text = "\n".join(lines[1:]) + "\n"
+    print(text)
+
+    faults = []
+    if installed != EXPECTED | {"base-system-1-1"}:
+        faults.append(f"installed are {sorted(installed)}")
+    if status != "REBOOTING":
+        faults.append(f"the status is {status}")
+    if "shutdown -r +1 rebooting after upgrade" not in calls:
+        faults.append("no reboot was asked for")
+    if faults:
+        print("THE DEMO FAILED: " + "; ".join(faults), file=sys.stderr)
+        return 1
+    if "--transcript" in sys.argv:
+        _into_readme(text)
+    return 0
+
+
+def _into_readme(text: str) -> None:
+    """Replaces what stands between the two marks in README.md."""
+    readme = PROJECT / "README.md"
+    head, begin, rest = readme.read_text(encoding="utf-8").partition(BEGIN)
+    _, end, tail = rest.partition(END)
+    if not begin or not end:
+        sys.exit(f"README.md lacks the lines {BEGIN}{END}")
+    readme.write_text(f"{head}{BEGIN}```console\n{text}```\n{END}{tail}", encoding="utf-8")
+
+
+if __name__ == "__main__":
+    sys.exit(main())
