@@ -1,9 +1,12 @@
-# updater_layer(name FILES patterns... USES layers and libraries...): one static library for each
-# layer, of all source files below src/ that fit the patterns. Include paths start at src/. Which
-# layer may include which is held by tools/check-includes.py.
+# updater_layer(name FILES patterns... [EXCEPT pattern] USES layers and libraries...): one static
+# library for each layer, of all source files below src/ that fit the patterns. Include paths start
+# at src/. Which layer may include which is held by tools/check-includes.py.
 function(updater_layer name)
-  cmake_parse_arguments(layer "" "" "FILES;USES" ${ARGN})
+  cmake_parse_arguments(layer "" "EXCEPT" "FILES;USES" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS ${layer_FILES})
+  if(layer_EXCEPT)
+    list(FILTER sources EXCLUDE REGEX "${layer_EXCEPT}")
+  endif()
   add_library(${name} STATIC ${sources})
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
   target_link_libraries(${name} PUBLIC ${layer_USES})

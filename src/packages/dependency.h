@@ -18,12 +18,12 @@ struct Dependency {
     std::int32_t flags = 0;  ///< DependencyFlag bits; 0 means no version condition
 };
 
-/// Orders by name in plain byte order, then by compareEvr(), then by flags: all entries of a name lie
-/// side by side, older bounds first.
+/// Orders by name in plain byte order, then by compareEvr(), then by flags: all entries of a name
+/// lie side by side, older bounds first.
 bool operator<(const Dependency& a, const Dependency& b);
 
-/// An ordered set of dependencies, unique in that order; of two equal ones the first inserted stays.
-/// A sorted vector: made once, read often, and as small as can be.
+/// An ordered set of dependencies, unique in that order; of two equal ones the first inserted
+/// stays. A sorted vector: made once, read often, and as small as can be.
 class DependencySet {
 public:
     using const_iterator = std::vector<Dependency>::const_iterator;

@@ -55,7 +55,6 @@ void sha1Transform(std::array<std::uint32_t, 5>& vState, const unsigned char* pB
     std::array<Word, 16> w;
     auto [a, b, c, d, e] = vState;
 
-
     w[0] = bigEndianWord(pBlock + 0);
     step(a, b, e, choose(b, c, d), w[0] + k_u0);
     w[1] = bigEndianWord(pBlock + 4);

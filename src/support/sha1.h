@@ -10,7 +10,7 @@ using Sha1Digest = std::array<unsigned char, 20>;
 /// The running state of a SHA-1 digest (FIPS 180-1). Good for messages below 2^64 bits.
 struct Sha1Context {
     std::array<std::uint32_t, 5> state;
-    std::array<std::uint32_t, 2> count;   ///< message bits so far, low word first
+    std::array<std::uint32_t, 2> count;    ///< message bits so far, low word first
     std::array<unsigned char, 64> buffer;  ///< the part of a block that is not processed yet
 };
 

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "config/config.h"
+
+/// Who goes on with the work behind a background start.
+enum class Background {
+    CHILD,   ///< this process, detached
+    PARENT,  ///< another one: this process has reported it and ends
+    FAILED   ///< this process, in the foreground, as the fork failed (logged)
+};
+
+/// Forks to the background. The child gets a session of its own and /dev/null for its standard
+/// streams; the parent reports the mode and the PID of the child.
+///
+/// @param pMode   the mode word to report.
+/// @param pLogTo  the log file that the parent is to let go; null for none.
+Background goToBackground(const Config& config, const char* pMode, const char* pLogTo);

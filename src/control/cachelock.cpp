@@ -1,0 +1,112 @@
+#include "control/cachelock.h"
+
+#include "control/signals.h"
+#include "support/files.h"
+#include "support/logger.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+namespace {
+
+/// Tries until the lock is held, the time is over or a signal is noted.
+///
+/// @param iAttempts  set to the number of attempts made.
+/// @return           false with errno of the last attempt.
+bool waitForLock(int iFd, int iLockTimeout, int& iAttempts)
+{
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    for (iAttempts = 1;; ++iAttempts) {
+        if (fcntl(iFd, F_SETLK, &lock) == 0) {
+            return true;
+        }
+        if ((errno != EAGAIN && errno != EACCES) || iLockTimeout < iAttempts) {
+            return false;
+        }
+        if (iAttempts % 10 == 1) {
+            logMessage(INFO, "cache lock held by another instance, will timeout in %i secs",
+                       iLockTimeout - iAttempts + 1);
+        }
+        const int iReason = errno;
+        sleep(1);
+        errno = iReason;
+        if (signalNoted != 0) {
+            return false;
+        }
+    }
+}
+
+}  // namespace
+
+bool acquireCacheLock(int iLockTimeout, const std::string& sPath)
+{
+    // The directory is open to other users on many systems: never follow a link that they planted.
+    FileDescriptor file(open(sPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0666));
+    if (!file.isOpen()) {
+        logMessage(ERROR, "failed creating lock file '%s' (%s).", sPath.c_str(),
+                   errnoText().c_str());
+        return false;
+    }
+    fcntl(file.get(), F_SETFD, fcntl(file.get(), F_GETFD) | FD_CLOEXEC);
+
+    int iAttempts = 0;
+    if (!waitForLock(file.get(), iLockTimeout, iAttempts)) {
+        if (signalNoted == 0) {
+            logMessage(ERROR, "failed acquiring lock file '%s' (%s)", sPath.c_str(),
+                       errnoText().c_str());
+        }
+        return false;
+    }
+    if (iAttempts > 1) {
+        logMessage(INFO, "other instance terminated, got cache lock");
+    }
+    if (ftruncate(file.get(), 0) != 0) {
+        logMessage(ERROR, "failed truncating lock file '%s' (%s)", sPath.c_str(),
+                   errnoText().c_str());
+        return false;
+    }
+    std::array<char, 32> vText;
+    const int iLength = std::snprintf(vText.data(), vText.size(), "%10i\n", getpid());
+    if (write(file.get(), vText.data(), static_cast<std::size_t>(iLength)) < iLength) {
+        logMessage(WARNING, "failed writing PID to lock file '%s'.", sPath.c_str());
+    }
+    file.release();  // stays open, and so locked, until the process ends
+    return true;
+}
+
+bool gatherRandomBytes(void* pBuffer, std::size_t uLength)
+{
+    logMessage(DEBUG, "requesting %u random bytes", static_cast<unsigned>(uLength));
+    const FileDescriptor file(open("/dev/urandom", O_RDONLY | O_CLOEXEC));
+    if (!file.isOpen()) {
+        logMessage(ERROR, "could not open '/dev/urandom' to gather random data (%s).",
+                   errnoText().c_str());
+        return false;
+    }
+    char* pNext = static_cast<char*>(pBuffer);
+    while (uLength > 0) {
+        const ssize_t iRead = read(file.get(), pNext, uLength);
+        if (iRead == 0) {
+            logMessage(ERROR,
+                       "received end-of-file from from '/dev/urandom', failed gathering random "
+                       "data.");
+            return false;
+        }
+        if (iRead < 0) {
+            if (errno == EINTR) {
+                continue;
+            }
+            logMessage(ERROR, "failed reading from '/dev/urandom' (%s)", errnoText().c_str());
+            return false;
+        }
+        pNext += iRead;
+        uLength -= static_cast<std::size_t>(iRead);
+    }
+    return true;
+}

@@ -1,0 +1,83 @@
+#include "control/libraries.h"
+
+#include "control/options.h"
+#include "control/result.h"
+#include "support/logger.h"
+#include "support/xml.h"
+
+#include <libxml/xmlversion.h>
+#include <ne_alloc.h>
+#include <ne_socket.h>
+#include <rpm/rpmcli.h>
+#include <rpm/rpmlog.h>
+
+#include <array>
+#include <cstdlib>
+#include <new>
+#include <string>
+
+namespace {
+
+[[noreturn]] void outOfMemory()
+{
+    logMessage(FATAL, "out of memory, aborting execution");
+    std::exit(ResultFatal);
+}
+
+/// Logs a message of rpm. Must not cause another one: rpm's lock is held.
+int rpmLogCallback(rpmlogRec pRecord, rpmlogCallbackData /*pData*/)
+{
+    // By the priorities of syslog, from "emergency" to "debug".
+    static constexpr std::array<int, 8> k_vLevels = {FATAL,   FATAL, FATAL, ERROR,
+                                                     WARNING, INFO,  INFO,  DEBUG};
+    const char* pMessage = rpmlogRecMessage(pRecord);
+    std::string sText = pMessage != nullptr ? pMessage : "";
+    if (sText.ends_with('\n')) {
+        sText.pop_back();
+    }
+    logMessage(k_vLevels[static_cast<unsigned>(rpmlogRecPriority(pRecord)) & 7U], "rpmlib: %s",
+               sText.c_str());
+    return 0;  // rpm is to print nothing and to go on
+}
+
+}  // namespace
+
+bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameSet& packageNames)
+{
+    std::set_new_handler(outOfMemory);
+    xmlCheckVersion(LIBXML_VERSION);
+    refuseExternalEntities();
+    ne_oom_callback(outOfMemory);
+    if (ne_sock_init() != 0) {
+        logMessage(ERROR, "failed initializing (neon)");
+        return false;
+    }
+    rpmlogSetCallback(rpmLogCallback, nullptr);
+    m_pNull = std::fopen("/dev/null", "we");
+    if (m_pNull != nullptr) {
+        rpmlogSetFile(m_pNull);
+    } else {
+        logMessage(WARNING, "failed opening /dev/null output");
+    }
+    OptionTable vTable = optionTable(options);
+    m_pContext = rpmcliInit(argc, argv, vTable.data());
+    if (m_pContext == nullptr) {
+        logMessage(ERROR, "failed initializing (rpm)");
+        return false;
+    }
+    while (const char* pArgument = poptGetArg(m_pContext)) {
+        packageNames.insert(pArgument);
+    }
+    return true;
+}
+
+void Libraries::stop()
+{
+    m_pContext = rpmcliFini(m_pContext);
+    rpmlogSetFile(nullptr);
+    if (m_pNull != nullptr) {
+        std::fclose(m_pNull);
+        m_pNull = nullptr;
+    }
+    ne_sock_exit();
+}

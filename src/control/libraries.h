@@ -1,0 +1,33 @@
+#pragma once
+
+#include "config/config.h"
+#include "packages/dependency.h"
+
+#include <popt.h>
+
+#include <cstdio>
+
+/// Brings the libraries up and down, in the order that they need. One object in main().
+class Libraries {
+public:
+    Libraries() = default;
+    Libraries(const Libraries&) = delete;
+    Libraries& operator=(const Libraries&) = delete;
+
+    /// Starts libxml2, neon and rpm, directs what rpm says to our log, and parses the command line.
+    /// Out of memory from here on means an end with exit code 2. A bad option ends the process with
+    /// exit code 1, inside the library.
+    ///
+    /// @param options       receives the options; its texts live as long as the process.
+    /// @param packageNames  receives the arguments behind the options.
+    /// @return              false on a failure (logged).
+    [[nodiscard]] bool start(int argc, char* argv[], CommandLineOptions& options,
+                             NameSet& packageNames);
+
+    /// Shuts down. No rpm database and no metadata can be read after it.
+    void stop();
+
+private:
+    poptContext m_pContext = nullptr;
+    std::FILE* m_pNull = nullptr;  ///< /dev/null, for what rpm prints itself
+};

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "config/config.h"
+
+#include <popt.h>
+
+#include <array>
+
+/// The table of command-line options, for rpmcliInit(): ends in the library's help options and a
+/// row of zeros.
+using OptionTable = std::array<poptOption, 20>;
+
+/// @param options  the record that the parser writes into; must outlive the table.
+OptionTable optionTable(CommandLineOptions& options);

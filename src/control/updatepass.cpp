@@ -1,0 +1,150 @@
+#include "control/updatepass.h"
+
+#include "control/packageinstall.h"
+#include "control/signals.h"
+#include "packages/resolver.h"
+#include "support/files.h"
+#include "support/logger.h"
+
+namespace {
+
+/// Brings the repository's metadata into memory. A termination signal during a fetch simply ends
+/// the process.
+bool getMetadata(const Config& config, Repository& repository)
+{
+    if (config.cacheOnly) {
+        if (!repository.load()) {
+            logMessage(ERROR, "could not load repository data");
+            return false;
+        }
+        return true;
+    }
+    if (!setTerminationSignalsEnabled(true) || signalNoted != 0) {
+        return false;
+    }
+    if (!repository.update("")) {
+        logMessage(ERROR, "could not update repository data");
+        return false;
+    }
+    return setTerminationSignalsEnabled(false);
+}
+
+/// Closes the update set under its dependencies.
+///
+/// @param unsatisfied  filled with the requires that are missing in the end.
+/// @return             true if the set can be installed. Missing files are left to rpm, which knows
+///                     the file lists. A noted signal ends the work early.
+bool closeUpdateSet(const Resolver& resolver, const PackageSet& available, PackageSet& updateSet,
+                    DependencySet& unsatisfied)
+{
+    while (!resolver.checkDependencies(updateSet, unsatisfied)) {
+        if (!Resolver::resolveDependencies(available, unsatisfied, updateSet)) {
+            if (!Resolver::onlyFileRequires(unsatisfied)) {
+                return false;
+            }
+            logMessage(DEBUG,
+                       "only file dependencies are left unsatisfied, assuming all are satisfied");
+            return true;
+        }
+        if (signalNoted != 0) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void logUnsatisfied(const DependencySet& unsatisfied)
+{
+    logMessage(ERROR, "unsatisfied non-file dependencies:");
+    for (const Dependency& require : unsatisfied) {
+        if (!require.name.empty() && !require.name.view().starts_with('/')) {
+            logMessage(ERROR, "\t%s", dependencyText(require).c_str());
+        }
+    }
+    logMessage(ERROR, "cannot update");
+}
+
+/// True if this program is new enough for the set.
+bool isRunningNewEnough(const PackageSet& updateSet)
+{
+    const Dependency running = {"updater-running", parseEvr(k_pProgramVersion), EQUAL};
+    DependencySet failed;
+    if (Resolver::checkProvide(running, updateSet, failed)) {
+        return true;
+    }
+    for (const Dependency& require : failed) {
+        logMessage(ERROR, "newer updater required to install: %s", dependencyText(require).c_str());
+    }
+    return false;
+}
+
+/// Tells what kind of update the set is: of the firmware, or else of this program.
+void reportKind(const PackageSet& updateSet, const std::string& sReleasePackage)
+{
+    const auto release = updateSet.find(sReleasePackage);
+    if (release != updateSet.end()) {
+        logMessage(INFO, "--- FIRMWARE %s-%s ---", release->evr.version.c_str(),
+                   release->evr.release.c_str());
+        return;
+    }
+    const auto updater = updateSet.find(k_pProgramName);
+    if (updater != updateSet.end()) {
+        logMessage(INFO, "--- UPDATER %s-%s ---", updater->evr.version.c_str(),
+                   updater->evr.release.c_str());
+    }
+}
+
+void listUpdateSet(const Config& config, const PackageSet& updateSet)
+{
+    logMessage(INFO, "%s update (%u packages):",
+               config.checkOnly ? "need to"
+               : config.test    ? "testing"
+                                : "starting",
+               static_cast<unsigned>(updateSet.size()));
+    for (const Package& package : updateSet) {
+        logMessage(INFO, "\t%s", baseName(package.location).c_str());
+    }
+}
+
+}  // namespace
+
+int runUpdatePass(const Config& config, const SelectionRules& rules, Repository& repository,
+                  unsigned& uPackageCount)
+{
+    uPackageCount = 0;
+    if (!getMetadata(config, repository)) {
+        return ResultError;
+    }
+    Resolver resolver;
+    if (!resolver.init(config)) {
+        logMessage(ERROR, "could not initialize resolver");
+        return ResultError;
+    }
+    PackageSet updateSet = resolver.findNewerPackages(repository.packages, rules);
+    if (updateSet.empty()) {
+        if (!config.quiet) {
+            logMessage(INFO, "--- 0 UPDATE(S) ---");
+            logMessage(INFO, "no updates");
+        }
+        return ResultOk;
+    }
+    DependencySet unsatisfied;
+    const bool bSatisfied = closeUpdateSet(resolver, repository.packages, updateSet, unsatisfied);
+    if (signalNoted != 0) {
+        return ResultError;
+    }
+    if (!bSatisfied) {
+        logUnsatisfied(unsatisfied);
+        return ResultRetryUpdater;
+    }
+    if (!isRunningNewEnough(updateSet)) {
+        return ResultRetryUpdater;
+    }
+    uPackageCount = static_cast<unsigned>(updateSet.size());
+    if (!config.quiet) {
+        logMessage(INFO, "--- %u UPDATE(S) ---", uPackageCount);
+        reportKind(updateSet, config.releasePackage);
+    }
+    listUpdateSet(config, updateSet);
+    return config.checkOnly ? ResultOk : installPackages(config, repository, updateSet);
+}

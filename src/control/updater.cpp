@@ -1,0 +1,184 @@
+// The process from entry to exit. Everything is driven from here.
+
+#include "config/configuration.h"
+#include "control/background.h"
+#include "control/cachelock.h"
+#include "control/hooks.h"
+#include "control/libraries.h"
+#include "control/result.h"
+#include "control/signals.h"
+#include "control/status.h"
+#include "control/updaterun.h"
+#include "net/urlfetcher.h"
+#include "support/logger.h"
+
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cassert>
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <string>
+
+namespace {
+
+constexpr const char* k_pNoRunFile = "/var/run/updater.norun";
+constexpr const char* k_pLastLog = "/var/log/updater/lastlog";
+
+/// What the whole process knows.
+struct Process {
+    Config config;
+    CommandLineOptions options;
+    NameSet packageNames;
+    Libraries libraries;
+};
+
+/// From the first line to the working directory: a failure here ends the process without an exit
+/// line.
+bool startUp(int argc, char* argv[], Process& process)
+{
+    const char* pSlash = std::strrchr(argv[0], '/');
+    Logger& logger = Logger::instance();
+    logger.setName(pSlash != nullptr ? pSlash + 1 : argv[0]);
+    if (!installSignalHandlers() ||
+        !process.libraries.start(argc, argv, process.options, process.packageNames)) {
+        return false;
+    }
+    const CommandLineOptions& options = process.options;
+    if (options.logTo != nullptr) {
+        logger.addFile(options.logTo, TRACE, true);
+    }
+    const std::string sLevel = options.logLevel != nullptr ? options.logLevel : "";
+    if (sLevel == "trace" || sLevel == "debug") {
+        logger.setThreshold(sLevel == "trace" ? TRACE : DEBUG);  // while the files are read
+    }
+    if (!loadConfiguration(options, process.config)) {
+        return false;
+    }
+    logger.setThreshold(process.config.logLevel);
+    logger.setStderr(process.config.logToStderr);
+    logger.setSyslog(process.config.logToSyslog, LOG_PID, process.config.syslogFacility);
+    logMessage(DEBUG, "initialized OK");
+    if (chdir("/") != 0) {
+        logMessage(ERROR, "failed to change to the root directory (%s)", errnoText().c_str());
+        return false;
+    }
+    return true;
+}
+
+bool isRunningDisabled()
+{
+    struct stat info = {};
+    if (lstat(k_pNoRunFile, &info) != 0) {
+        if (errno != EACCES) {
+            return false;
+        }
+        logMessage(ERROR, "failed checking existence of '%s' (%s)", k_pNoRunFile,
+                   errnoText().c_str());
+    }
+    logMessage(ERROR, "running is disabled by \"no run\" file '%s'", k_pNoRunFile);
+    return true;
+}
+
+const char* modeWord(const Config& config)
+{
+    return config.checkOnly ? "check" : config.test ? "test" : "update";
+}
+
+void reportStart(const Config& config)
+{
+    if (config.quiet) {
+        return;
+    }
+    logMessage(INFO, "%s version %s, product %s", k_pProgramName, k_pProgramVersion,
+               config.productName.c_str());
+    logMessage(INFO, "--- MODE %s ---", modeWord(config));
+    if (!config.proxy.server.empty()) {
+        logMessage(INFO, "using HTTP proxy '%s' port %u", config.proxy.server.c_str(),
+                   config.proxy.port);
+    }
+}
+
+/// The work of the process that holds the lock.
+int runLocked(const Process& process)
+{
+    Logger::instance().addFile(k_pLastLog, INFO, false);
+    reportStart(process.config);
+    URLFetcher::setNetworkDefaults(process.config.proxy);
+    Status status = READY;
+    if (!readStatus(status)) {
+        logMessage(ERROR, "cannot recover status, aborting");
+        return ResultError;
+    }
+    int iRet = ResultError;
+    if (!checkStartupStatus(status, iRet)) {
+        return iRet;
+    }
+    iRet = runUpdate(process.config, process.packageNames);
+    if (iRet == ResultRetryUpdater) {
+        iRet = ResultError;  // the first hook refused the run
+    }
+    if (iRet != ResultFatal) {
+        recordStatus(READY);
+    }
+    return iRet;
+}
+
+/// From the working directory to the result of the run.
+int run(const Process& process)
+{
+    if (isRunningDisabled()) {
+        return ResultError;
+    }
+    if (process.config.background) {
+        logMessage(DEBUG, "going to background");
+        // A system that may not be updated is reported by the process that the caller started.
+        Status status = READY;
+        int iRet = ResultError;
+        if (!readStatus(status) || !checkStartupStatus(status, iRet)) {
+            logMessage(ERROR, "cannot recover status, aborting");
+            return iRet;
+        }
+        if (goToBackground(process.config, modeWord(process.config), process.options.logTo) ==
+            Background::PARENT) {
+            return ResultOk;
+        }
+    }
+    return acquireCacheLock(process.config.lockTimeout) ? runLocked(process) : ResultError;
+}
+
+/// Shuts down and starts a due reboot.
+///
+/// @return the exit code. A run that did not end well dies of a signal that it had noted instead.
+int shutDown(Process& process, int iRet)
+{
+    process.libraries.stop();
+    if (iRet == ResultReboot) {
+        iRet = rebootSystem() ? ResultOk : ResultFatal;
+    }
+    assert(iRet >= 0);
+    if (!process.config.quiet) {
+        logMessage(INFO, "--- EXIT %s ---", exitWord(iRet));
+    }
+    const bool bRestored = setTerminationSignalsEnabled(true);
+    static_cast<void>(bRestored);  // the process ends in any case
+    if (signalNoted != 0 && iRet != ResultOk) {
+        logMessage(ERROR, "terminated by signal #%i: %s", static_cast<int>(notedSignal),
+                   strsignal(notedSignal));
+        raise(notedSignal);
+    }
+    return iRet;
+}
+
+}  // namespace
+
+int main(int argc, char* argv[])
+{
+    Process process;
+    if (!startUp(argc, argv, process)) {
+        return ResultError;
+    }
+    return shutDown(process, run(process));
+}

@@ -1,0 +1,140 @@
+#include "repository/itemnotify.h"
+#include "repository/repository.h"
+#include "support/files.h"
+#include "support/logger.h"
+
+namespace {
+
+enum class Fetch { GOOD, NOT_TRANSFERRED, BAD_CHECKSUM };
+
+/// Brings one file into the cache: a transfer and, if the file is not good, a second one that
+/// passes by all HTTP caches. Logs what concerns the checksum.
+///
+/// @param isGood      tests the file in the cache.
+/// @param sShownName  the name under which a failed checksum is logged.
+template <typename Test>
+Fetch fetchFile(Downloader& downloader, const std::string& sLocation, const std::string& sLocalPath,
+                const std::string& sShownName, Test isGood)
+{
+    for (const bool bBypassCaches : {false, true}) {
+        if (!downloader.download(sLocation, sLocalPath, bBypassCaches)) {
+            return Fetch::NOT_TRANSFERRED;
+        }
+        if (isGood()) {
+            return Fetch::GOOD;
+        }
+        if (!bBypassCaches) {
+            logMessage(WARNING, "invalid checksum on '%s'; retrying with bypass of http caches",
+                       sShownName.c_str());
+        }
+    }
+    logMessage(ERROR, "invalid checksum on '%s'", sShownName.c_str());
+    return Fetch::BAD_CHECKSUM;
+}
+
+void logResourceFailure(const std::string& sLocation)
+{
+    logMessage(ERROR, "failed getting repository resource '%s'", sLocation.c_str());
+}
+
+bool openDownloader(Downloader& downloader, const std::string& sUri)
+{
+    if (!downloader.open(sUri)) {
+        logMessage(ERROR, "failed creating repository downloder from '%s'", sUri.c_str());
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
+bool Repository::update(const std::string& sUri)
+{
+    if (!sUri.empty()) {
+        setUri(sUri);
+    }
+    if (uri.empty()) {
+        logMessage(ERROR, "no repository URI set, cannot update");
+        return false;
+    }
+    resources.clear();
+    packages.clear();
+    if (!ensureDirectory(cacheDir)) {
+        return false;
+    }
+    ItemNotify notifier(2);  // outlives the sessions that report to it
+    Downloader downloader;
+    if (!openDownloader(downloader, uri)) {
+        return false;
+    }
+    downloader.setNotifier(&notifier);
+    if (!downloader.download(k_pIndexLocation, cacheDir + baseName(k_pIndexLocation), true)) {
+        logResourceFailure(k_pIndexLocation);
+        return false;
+    }
+    notifier.itemDone();
+    if (!parseRepomd(cacheDir, resources)) {
+        logMessage(ERROR, "failed parsing repository metadata from '%s'", k_pIndexLocation);
+        return false;
+    }
+    const auto primary = resources.find("primary");
+    if (primary == resources.end()) {
+        logMessage(ERROR, "no 'primary' entry in repository metadata");
+        return false;
+    }
+    if (!fetchResource(downloader, *primary)) {
+        logResourceFailure(primary->location);
+        return false;
+    }
+    notifier.itemDone();
+    return loadPrimary(false);
+}
+
+bool Repository::fetchResource(Downloader& downloader, const RepoResource& resource)
+{
+    if (isReadable(resource.localPath) && resource.isGood()) {
+        logMessage(DEBUG, "cached copy '%s' of '%s' is valid", resource.localPath.c_str(),
+                   resource.location.c_str());
+        return true;
+    }
+    const Fetch fetch = fetchFile(downloader, resource.location, resource.localPath,
+                                  resource.location, [&] { return resource.isGood(); });
+    if (fetch == Fetch::NOT_TRANSFERRED) {
+        logResourceFailure(resource.location);
+    }
+    return fetch == Fetch::GOOD;
+}
+
+bool Repository::fetchPackages(const PackageSet& updateSet) const
+{
+    if (uri.empty()) {
+        logMessage(ERROR, "no repository URI set, cannot get packages");
+        return false;
+    }
+    if (!ensureDirectory(packagesDir)) {
+        return false;
+    }
+    ItemNotify notifier(static_cast<int>(updateSet.size()));
+    Downloader downloader;
+    if (!openDownloader(downloader, uri)) {
+        return false;
+    }
+    downloader.setNotifier(&notifier);
+    for (const Package& package : updateSet) {
+        const auto isGood = [&] { return package.checksum.checkFile(package.localPath); };
+        if (isReadable(package.localPath) && isGood()) {
+            continue;
+        }
+        const Fetch fetch =
+            fetchFile(downloader, package.location, package.localPath, package.localPath, isGood);
+        if (fetch == Fetch::NOT_TRANSFERRED) {
+            logMessage(ERROR, "failed getting package '%s' from repository",
+                       package.location.c_str());
+        }
+        if (fetch != Fetch::GOOD) {
+            return false;
+        }
+        notifier.itemDone();
+    }
+    return true;
+}

@@ -1,0 +1,17 @@
+#pragma once
+
+#include "packages/package.h"
+
+#include <string>
+
+/// Reads the primary file of a repository, plain or gzip-compressed, and adds its packages with
+/// insertEqual(). Packages that the machine cannot install are skipped with a WARNING; one
+/// malformed package fails the whole file. Only accepted packages stay in memory.
+///
+/// Needs the rpm configuration, which knows the architectures of the machine.
+///
+/// @param sPackagesDir  directory of the package cache, with its slash.
+/// @param packages      what was read in front of a failure stays in it.
+/// @return              true for a clean end of the document.
+[[nodiscard]] bool parsePrimary(const std::string& sPath, const std::string& sPackagesDir,
+                                PackageSet& packages);

@@ -1,0 +1,48 @@
+#pragma once
+
+#include "support/checksum.h"
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <string_view>
+
+/// One metadata file that the index of a repository names.
+struct RepoResource {
+    std::string type;       ///< "primary" and others; the key
+    std::string location;   ///< relative to the base of the repository
+    std::string localPath;  ///< where it lies in the cache
+    Checksum checksum;      ///< of the stored file
+    Checksum openChecksum;  ///< of its uncompressed contents
+    std::uint32_t timestamp = 0;
+
+    /// True if the file in the cache fits either of the two checksums.
+    [[nodiscard]] bool isGood() const
+    {
+        return checksum.checkFile(localPath) || openChecksum.checkContents(localPath);
+    }
+};
+
+/// Orders by type, in plain byte order.
+struct ByType {
+    using is_transparent = void;
+    bool operator()(const RepoResource& a, const RepoResource& b) const { return a.type < b.type; }
+    bool operator()(const RepoResource& a, std::string_view sType) const { return a.type < sType; }
+    bool operator()(std::string_view sType, const RepoResource& b) const { return sType < b.type; }
+};
+
+/// Unique by type: the first of a type stays.
+using ResourceSet = std::set<RepoResource, ByType>;
+
+/// Reads the index of a repository, repomd.xml of the repomd format.
+///
+/// @param sCacheDir  directory of the repository in the cache, with its slash: the index lies
+/// there,
+///                   and so do the resources.
+/// @param resources  what was read in front of a failure stays in it.
+/// @return           true for a clean end of the document; the reason of a failure stands at DEBUG,
+///                   but for syntax errors.
+[[nodiscard]] bool parseRepomd(const std::string& sCacheDir, ResourceSet& resources);
+
+/// Path of the index, relative to the base of a repository.
+inline constexpr const char* k_pIndexLocation = "repodata/repomd.xml";

@@ -1,0 +1,112 @@
+#include "repository/repository.h"
+
+#include "repository/primary.h"
+#include "support/logger.h"
+
+#include <dirent.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+struct DirectoryCloser {
+    void operator()(DIR* pDirectory) const { closedir(pDirectory); }
+};
+using Directory = std::unique_ptr<DIR, DirectoryCloser>;
+
+/// Removes all entries of an open directory.
+///
+/// @return false if the directory cannot be read to its end (logged).
+bool removeEntries(DIR* pDirectory, const std::string& sPath)
+{
+    bool bRemoved = true;
+    errno = 0;
+    while (const dirent* pEntry = readdir(pDirectory)) {
+        const std::string_view sName = pEntry->d_name;
+        if (sName != "." && sName != "..") {
+            const std::string sFile = sPath + pEntry->d_name;
+            if (unlink(sFile.c_str()) != 0) {
+                logMessage(ERROR, "failed removing file '%s' (%s)", sFile.c_str(),
+                           errnoText().c_str());
+                bRemoved = false;
+            }
+        }
+        errno = 0;
+    }
+    const bool bRead = errno == 0;
+    if (!bRead) {
+        logMessage(ERROR, "failed reading directory '%s' (%s)", sPath.c_str(), errnoText().c_str());
+    }
+    if (!bRemoved) {
+        logMessage(WARNING, "encountered errors while cleaning package cache");
+    }
+    return bRead;
+}
+
+}  // namespace
+
+Repository::Repository(const Config& allConfig, const RepoConfig& repoConfig)
+    : config(&repoConfig),
+      cacheDir(allConfig.cacheDir + repoConfig.id + "/"),
+      packagesDir(cacheDir + "packages/")
+{
+    setUri(repoConfig.uri);
+}
+
+Repository::~Repository()
+{
+    logMessage(DEBUG, "destroyed repository '%s' with cache dir '%s'", config->id.c_str(),
+               cacheDir.c_str());
+}
+
+void Repository::setUri(const std::string& sUri)
+{
+    uri = sUri.starts_with('/') ? "file://" + sUri : sUri;
+}
+
+bool Repository::load()
+{
+    resources.clear();
+    packages.clear();
+    if (!parseRepomd(cacheDir, resources)) {
+        logMessage(ERROR, "failed parsing repository metadata from '%s'", k_pIndexLocation);
+        return false;
+    }
+    return loadPrimary(true);
+}
+
+bool Repository::loadPrimary(bool bVerify)
+{
+    const auto primary = resources.find("primary");
+    if (primary == resources.end()) {
+        logMessage(ERROR, "no 'primary' entry in repository metadata");
+        return false;
+    }
+    if (bVerify && !primary->isGood()) {
+        logMessage(ERROR, "invalid checksum on '%s'", primary->location.c_str());
+        return false;
+    }
+    if (!parsePrimary(primary->localPath, packagesDir, packages)) {
+        logMessage(ERROR, "failed parsing repository resource '%s'", primary->location.c_str());
+        return false;
+    }
+    return true;
+}
+
+bool Repository::cleanPackages() const
+{
+    logMessage(DEBUG, "removing packages from repository cache '%s'", packagesDir.c_str());
+    const Directory directory(opendir(packagesDir.c_str()));
+    if (directory == nullptr) {
+        if (errno == ENOENT) {
+            return true;
+        }
+        logMessage(ERROR, "could not clean packages from '%s' (%s)", packagesDir.c_str(),
+                   errnoText().c_str());
+        return false;
+    }
+    return removeEntries(directory.get(), packagesDir);
+}

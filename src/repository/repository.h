@@ -1,0 +1,61 @@
+#pragma once
+
+#include "config/config.h"
+#include "net/downloader.h"
+#include "packages/package.h"
+#include "repository/repomd.h"
+
+#include <string>
+
+/// The local side of one configured repository: its cache, its metadata, and the transfer of both
+/// metadata and packages into the cache. No failure leaves it but as a false result with log lines.
+///
+/// Below `Config::cacheDir`, which must exist, the cache holds a directory of the repository's id
+/// with "repomd.xml", the primary file under the name that the index gives it, and "packages/".
+/// Nothing is ever half written under a final name.
+class Repository {
+public:
+    /// Touches no file. Both records must outlive the object.
+    Repository(const Config& config, const RepoConfig& repoConfig);
+    ~Repository();
+    Repository(const Repository&) = delete;
+    Repository& operator=(const Repository&) = delete;
+
+    /// Sets the URI in force; an absolute path becomes a file: URI.
+    void setUri(const std::string& sUri);
+    [[nodiscard]] bool isFileUri() const { return uri.starts_with("file:"); }
+
+    /// Reads the metadata that lie in the cache, and tests them against the index.
+    [[nodiscard]] bool load();
+
+    /// Refreshes the metadata from the repository and reads them: the index always, past all HTTP
+    /// caches, and the primary file if the cached one does not fit the index.
+    ///
+    /// @param sUri  a new URI, or empty for the one in force.
+    [[nodiscard]] bool update(const std::string& sUri);
+
+    /// Brings packages into the cache; a cached file that fits its checksum is used as it is. Stops
+    /// at the first failure and leaves in the cache what it has.
+    ///
+    /// @return true if every package stands at its `localPath` and fits its checksum.
+    [[nodiscard]] bool fetchPackages(const PackageSet& updateSet) const;
+
+    /// Removes all files of the package directory; goes on past one that cannot be removed.
+    ///
+    /// @return false if the directory cannot be read (a missing one is fine).
+    bool cleanPackages() const;
+
+    /// What the repository offers, several versions of a name in file order. Complete after a
+    /// successful load() or update(), else of no use.
+    PackageSet packages;
+
+private:
+    [[nodiscard]] bool loadPrimary(bool bVerify);
+    [[nodiscard]] static bool fetchResource(Downloader& downloader, const RepoResource& resource);
+
+    const RepoConfig* config;  ///< not owned
+    std::string cacheDir;      ///< ends in a slash
+    std::string packagesDir;   ///< ends in a slash
+    std::string uri;
+    ResourceSet resources;  ///< of the index last read
+};
