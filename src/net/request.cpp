@@ -1,0 +1,103 @@
+#include "net/request.h"
+
+#include "support/files.h"
+#include "support/logger.h"
+
+#include <fcntl.h>
+#include <ne_auth.h>
+#include <ne_utils.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+int writeBody(void* pUserData, const char* pBlock, std::size_t uLength)
+{
+    const auto* pContext = static_cast<const BodyContext*>(pUserData);
+    if (!writeAll(pContext->fd, pBlock, uLength)) {
+        ne_set_error(ne_get_session(pContext->request),
+                     "failed writing downloaded data to file (%s)", errnoText().c_str());
+        return -1;
+    }
+    return 0;
+}
+
+std::string neErrorText(int iResult, ne_session* pSession)
+{
+    switch (iResult) {
+        case NE_OK:
+            return pSession != nullptr ? ne_get_error(pSession) : "no error";
+        case NE_ERROR:
+            return pSession != nullptr ? ne_get_error(pSession) : "generic error";
+        case NE_LOOKUP:
+            return "server or proxy hostname lookup failed";
+        case NE_AUTH:
+            return "authentication failed on server";
+        case NE_PROXYAUTH:
+            return "authentication failed on proxy";
+        case NE_CONNECT:
+            return "could not connect to server";
+        case NE_TIMEOUT:
+            return "connection timed out";
+        case NE_FAILED:
+            return "the precondition failed";
+        case NE_RETRY:
+            return "retry the request";
+        case NE_REDIRECT:
+            return "received server redirect";
+        default:
+            return "<unknown error code>";
+    }
+}
+
+bool isTransient(int iResult)
+{
+    return iResult == NE_ERROR || iResult == NE_CONNECT || iResult == NE_TIMEOUT;
+}
+
+int provideCredentials(const char* pLabel, const std::string& sUser, const std::string& sPassword,
+                       int iAttempt, char* pUser, char* pPassword)
+{
+    if (iAttempt != 0) {
+        logMessage(ERROR, "%s authentication as user '%s' failed", pLabel, sUser.c_str());
+        return -1;
+    }
+    if (sUser.empty()) {
+        logMessage(ERROR, "%s authentication requested but no credentials set", pLabel);
+        return -1;
+    }
+    if (sUser.size() >= NE_ABUFSIZ) {
+        logMessage(ERROR, "%s username length (%i) exceeds maximum supported (%i)", pLabel,
+                   static_cast<int>(sUser.size()), NE_ABUFSIZ);
+        return -1;
+    }
+    if (sPassword.size() >= NE_ABUFSIZ) {
+        logMessage(ERROR, "%s password length (%i) exceeds maximum supported (%i)", pLabel,
+                   static_cast<int>(sPassword.size()), NE_ABUFSIZ);
+        return -1;
+    }
+    logMessage(TRACE, "attempting %s authentication as user '%s'", pLabel, sUser.c_str());
+    std::memcpy(pUser, sUser.c_str(), sUser.size() + 1);
+    std::memcpy(pPassword, sPassword.c_str(), sPassword.size() + 1);
+    return 0;
+}
+
+bool copyFile(const std::string& sPath, int iFd)
+{
+    const FileDescriptor source(open(sPath.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!source.isOpen()) {
+        logMessage(ERROR, "failed copying file (%s)", errnoText().c_str());
+        return false;
+    }
+    std::array<char, 4096> vBuffer;
+    ssize_t iRead = 0;
+    do {
+        iRead = read(source.get(), vBuffer.data(), vBuffer.size());
+    } while ((iRead < 0 && errno == EINTR) ||
+             (iRead > 0 && writeAll(iFd, vBuffer.data(), static_cast<std::size_t>(iRead))));
+    if (iRead != 0) {
+        logMessage(ERROR, "failed copying file (%s)", errnoText().c_str());
+    }
+    return iRead == 0;
+}

@@ -1,0 +1,62 @@
+#include "net/tlstrust.h"
+
+#include "support/logger.h"
+
+#include <ne_ssl.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+namespace {
+
+constexpr std::string_view k_sBegin = "-----BEGIN CERTIFICATE-----";
+constexpr std::string_view k_sEnd = "-----END CERTIFICATE-----";
+
+struct CertificateDeleter {
+    void operator()(ne_ssl_certificate* pCertificate) const { ne_ssl_cert_free(pCertificate); }
+};
+using Certificate = std::unique_ptr<ne_ssl_certificate, CertificateDeleter>;
+
+}  // namespace
+
+std::vector<std::string> pemCertificates(const std::string& sText)
+{
+    std::vector<std::string> vCertificates;
+    std::size_t uBegin = 0;
+    while ((uBegin = sText.find(k_sBegin, uBegin)) != std::string::npos) {
+        uBegin += k_sBegin.size();
+        const std::size_t uEnd = sText.find(k_sEnd, uBegin);
+        if (uEnd == std::string::npos) {
+            break;
+        }
+        std::string sBase64 = sText.substr(uBegin, uEnd - uBegin);
+        std::erase_if(sBase64, [](char c) { return c == '\n' || c == '\r' || c == ' '; });
+        vCertificates.push_back(sBase64);
+        uBegin = uEnd + k_sEnd.size();
+    }
+    return vCertificates;
+}
+
+void trustServers(ne_session* pSession, const std::string& sTrust)
+{
+    if (sTrust == "system") {
+        ne_ssl_trust_default_ca(pSession);
+        return;
+    }
+    std::ifstream file(sTrust, std::ios::binary);
+    const std::string sText((std::istreambuf_iterator<char>(file)), {});
+    bool bFound = false;
+    for (const std::string& sBase64 : pemCertificates(sText)) {
+        const Certificate certificate(ne_ssl_cert_import(sBase64.c_str()));
+        if (certificate == nullptr) {
+            logMessage(WARNING, "ignored a malformed certificate in '%s'", sTrust.c_str());
+            continue;
+        }
+        ne_ssl_trust_cert(pSession, certificate.get());
+        bFound = true;
+    }
+    if (!bFound) {
+        logMessage(ERROR, "no certificate in '%s', no server is trusted", sTrust.c_str());
+    }
+}

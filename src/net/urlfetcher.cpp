@@ -1,0 +1,298 @@
+#include "net/urlfetcher.h"
+
+#include "net/localnetwork.h"
+#include "net/request.h"
+#include "net/tlstrust.h"
+#include "support/files.h"
+#include "support/logger.h"
+
+#include <ne_auth.h>
+#include <ne_redirect.h>
+#include <ne_request.h>
+#include <unistd.h>
+
+#include <memory>
+
+namespace {
+
+constexpr int k_iMaxRetries = 2;        ///< so a get() makes up to three requests
+constexpr int k_iReadTimeout = 120;     ///< seconds
+constexpr int k_iConnectTimeout = 180;  ///< seconds
+
+/// Digest authentication, from servers with and without `qop`, and nothing else. NE_AUTH_DIGEST
+/// would leave out the latter.
+constexpr unsigned k_uDigestOnly = NE_AUTH_LEGACY_DIGEST;
+static_assert(k_uDigestOnly == 2);
+
+struct AddrinfoDeleter {
+    void operator()(addrinfo* pList) const { freeaddrinfo(pList); }
+};
+struct IfaddrsDeleter {
+    void operator()(ifaddrs* pList) const { freeifaddrs(pList); }
+};
+
+unsigned effectivePort(const ne_uri& uri)
+{
+    return uri.port != 0 ? uri.port : ne_uri_defaultport(uri.scheme);
+}
+
+void notifySession(void* pUserData, ne_session_status status, const ne_session_status_info* pInfo)
+{
+    if (pUserData != nullptr) {
+        static_cast<URLFetcher::Notifier*>(pUserData)->notify(status, pInfo);
+    }
+}
+
+ne_inet_addr* makeAddress(const sockaddr* pAddress)
+{
+    if (pAddress->sa_family == AF_INET) {
+        return ne_iaddr_make(ne_iaddr_ipv4,
+                             reinterpret_cast<const unsigned char*>(getIPv4Addr(pAddress)));
+    }
+    return ne_iaddr_make(ne_iaddr_ipv6,
+                         reinterpret_cast<const unsigned char*>(getIPv6Addr(pAddress)));
+}
+
+}  // namespace
+
+URLFetcher::Notifier::~Notifier() = default;
+
+void URLFetcher::Notifier::notify(ne_session_status, const ne_session_status_info*) {}
+
+URLFetcher::URLFetcher(const ne_uri& uri)
+{
+    if (!s_bInitialized) {
+        logMessage(ERROR, "URLFetcher class not initialized before calling constructor");
+        return;
+    }
+    if (uri.host == nullptr || uri.scheme == nullptr) {
+        logMessage(ERROR, "URI missing host or scheme, cannot build fetcher");
+        return;
+    }
+    m_sScheme = uri.scheme;
+    m_sHost = uri.host;
+    m_uPort = uri.port;
+    if (m_sScheme == "file") {
+        if (!m_sHost.empty() && m_sHost != "localhost") {
+            logMessage(ERROR, "only local file: URIs supported");
+            return;
+        }
+    } else if (!openSession()) {
+        return;
+    }
+    m_bValid = true;
+    logMessage(DEBUG, "URI fetcher %p for scheme '%s', host '%s', port %u created",
+               static_cast<void*>(this), m_sScheme.c_str(), m_sHost.c_str(), m_uPort);
+}
+
+bool URLFetcher::openSession()
+{
+    if (m_uPort == 0) {
+        m_uPort = ne_uri_defaultport(m_sScheme.c_str());
+        if (m_uPort == 0) {
+            logMessage(ERROR, "scheme '%s' not supported", m_sScheme.c_str());
+            return false;
+        }
+    }
+    m_pSession = ne_session_create(m_sScheme.c_str(), m_sHost.c_str(), m_uPort);
+    if (m_pSession == nullptr) {
+        logMessage(ERROR, "could not open session for scheme '%s', host '%s', port %u",
+                   m_sScheme.c_str(), m_sHost.c_str(), m_uPort);
+        return false;
+    }
+    const bool bTls = m_sScheme == "https";
+    if (bTls) {
+        ne_set_server_auth(m_pSession, &serverCredentials, this);
+    } else {
+        ne_add_server_auth(m_pSession, k_uDigestOnly, &serverCredentials, this);
+    }
+    chooseProxy();
+    ne_set_useragent(m_pSession, s_sUserAgent.c_str());
+    ne_redirect_register(m_pSession);
+    ne_set_read_timeout(m_pSession, k_iReadTimeout);
+    ne_set_connect_timeout(m_pSession, k_iConnectTimeout);
+    if (bTls && !s_proxy.tlsTrust.empty()) {
+        trustServers(m_pSession, s_proxy.tlsTrust);
+    }
+    return true;
+}
+
+void URLFetcher::chooseProxy()
+{
+    if (s_proxy.server.empty()) {
+        logMessage(DEBUG, "no proxy configured");
+        return;
+    }
+    if (s_proxy.bypassLocalNetwork && !findLocalAddresses()) {
+        logMessage(WARNING,
+                   "could not check if addresses for host '%s' are in local net, using proxy",
+                   m_sHost.c_str());
+    }
+    if (m_vAddrs.empty()) {
+        ne_session_proxy(m_pSession, s_proxy.server.c_str(), s_proxy.port);
+        ne_set_proxy_auth(m_pSession, &proxyCredentials, this);
+        logMessage(DEBUG, "using proxy for %s", m_sHost.c_str());
+    } else {
+        logMessage(DEBUG, "bypassing proxy since %s is local", m_sHost.c_str());
+    }
+}
+
+bool URLFetcher::findLocalAddresses()
+{
+    std::string sHost = m_sHost;
+    clearAddresses();
+    addrinfo hints = {};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_protocol = IPPROTO_TCP;
+    if (sHost.starts_with('[') && sHost.ends_with(']')) {
+        sHost = sHost.substr(1, sHost.size() - 2);
+        hints.ai_flags |= AI_NUMERICHOST;
+    }
+    addrinfo* pHost = nullptr;
+    const int iError = getaddrinfo(sHost.c_str(), nullptr, &hints, &pHost);
+    if (iError != 0) {
+        logMessage(ERROR, "failed resolving address '%s' (%s)", m_sHost.c_str(),
+                   gai_strerror(iError));
+        return false;
+    }
+    const std::unique_ptr<addrinfo, AddrinfoDeleter> host(pHost);
+    ifaddrs* pInterfaces = nullptr;
+    if (getifaddrs(&pInterfaces) != 0) {
+        logMessage(ERROR, "failed getting local network addresses (%s)", errnoText().c_str());
+        return false;
+    }
+    const std::unique_ptr<ifaddrs, IfaddrsDeleter> interfaces(pInterfaces);
+    for (const sockaddr* pAddress : localAddresses(host.get(), interfaces.get())) {
+        ne_inet_addr* pMade = makeAddress(pAddress);
+        if (pMade != nullptr) {
+            m_vAddrs.push_back(pMade);
+        }
+    }
+    if (m_pSession != nullptr && !m_vAddrs.empty()) {
+        ne_set_addrlist(m_pSession, const_cast<const ne_inet_addr**>(m_vAddrs.data()),
+                        m_vAddrs.size());
+    }
+    return true;
+}
+
+void URLFetcher::clearAddresses()
+{
+    if (m_pSession != nullptr) {
+        ne_set_addrlist(m_pSession, nullptr, 0);
+    }
+    for (ne_inet_addr* pAddress : m_vAddrs) {
+        ne_iaddr_free(pAddress);
+    }
+    m_vAddrs.clear();
+}
+
+URLFetcher::~URLFetcher()
+{
+    clearAddresses();
+    if (m_pSession != nullptr) {
+        logMessage(DEBUG, "destroying session for %s://%s:%u", m_sScheme.c_str(), m_sHost.c_str(),
+                   m_uPort);
+        ne_session_destroy(m_pSession);
+        m_pSession = nullptr;
+    }
+}
+
+bool URLFetcher::matches(const ne_uri& uri) const
+{
+    return uri.scheme != nullptr && uri.host != nullptr && m_sScheme == uri.scheme &&
+           m_sHost == uri.host && m_uPort == effectivePort(uri);
+}
+
+void URLFetcher::setNotifier(Notifier* pNotifier)
+{
+    if (m_pSession != nullptr) {
+        ne_set_notifier(m_pSession, &notifySession, pNotifier);
+    }
+}
+
+void URLFetcher::closeConnection()
+{
+    if (m_pSession != nullptr) {
+        ne_close_connection(m_pSession);
+    }
+}
+
+const ne_uri* URLFetcher::redirectLocation() const
+{
+    return m_pSession != nullptr && m_bRedirected ? ne_redirect_location(m_pSession) : nullptr;
+}
+
+bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
+                     const std::string& sLabel)
+{
+    if (!m_bValid) {
+        return false;
+    }
+    m_bRedirected = false;
+    logMessage(TRACE, "URLFetcher::get() this = %p", static_cast<void*>(this));
+    if (m_pSession == nullptr) {
+        return copyFile(sPath, iFd);
+    }
+    if (hasControlCharacter(sPath)) {
+        // It would add lines of its own to the header of the request. Logging it would do the same
+        // to the log.
+        logMessage(ERROR, "refused to request a path with a control character");
+        return false;
+    }
+    int iResult = NE_OK;
+    int iStatusClass = 0;
+    int iRetries = 0;
+    while (true) {
+        iResult = request(sPath, iFd, bBypassCaches, iStatusClass);
+        if (iResult == NE_REDIRECT) {
+            m_bRedirected = true;
+            return false;
+        }
+        if (iRetries >= k_iMaxRetries || !isTransient(iResult)) {
+            break;
+        }
+        ++iRetries;
+        logMessage(WARNING, "failed fetching '%s' (%s); retrying", sLabel.c_str(),
+                   neErrorText(iResult, m_pSession).c_str());
+        if (lseek(iFd, 0, SEEK_SET) != 0 || ftruncate(iFd, 0) != 0) {
+            logMessage(ERROR, "failed rewinding, cannot retry");
+            break;
+        }
+    }
+    if (iResult == NE_OK && iStatusClass == 2) {
+        if (iRetries != 0) {
+            logMessage(INFO, "fetched '%s' in retry %i", sLabel.c_str(), iRetries);
+        }
+        return true;
+    }
+    logMessage(ERROR, "failed fetching '%s' (%s)", sLabel.c_str(),
+               neErrorText(iResult, m_pSession).c_str());
+    if (iResult == NE_LOOKUP) {
+        logMessage(ERROR,
+                   "make sure that a network gateway and DNS servers are configured\n"
+                   "and that the unit is connected to the network");
+    } else if (iResult == NE_PROXYAUTH) {
+        logMessage(ERROR,
+                   "make sure the proper username and password are configured in the proxy "
+                   "settings");
+    }
+    return false;
+}
+
+int URLFetcher::request(const std::string& sPath, int iFd, bool bBypassCaches, int& iStatusClass)
+{
+    iStatusClass = 0;
+    const Request request(ne_request_create(m_pSession, "GET", sPath.c_str()));
+    BodyContext context = {request.get(), iFd};
+    ne_add_response_body_reader(request.get(), &ne_accept_2xx, &writeBody, &context);
+    if (bBypassCaches) {
+        ne_add_request_header(request.get(), "Cache-Control", "no-cache");
+        ne_add_request_header(request.get(), "Pragma", "no-cache");
+    }
+    const int iResult = ne_request_dispatch(request.get());
+    if (iResult == NE_OK) {
+        iStatusClass = ne_get_status(request.get())->klass;
+    }
+    return iResult;
+}
