@@ -24,8 +24,8 @@ private:
     std::string m_sPath;
 };
 
-/// Gathers what the process logs, at all levels from `iLevel` up, during its life; standard error is
-/// silent meanwhile.
+/// Gathers what the process logs, at all levels from `iLevel` up, during its life; standard error
+/// is silent meanwhile.
 class LogCapture {
 public:
     explicit LogCapture(int iLevel = DEBUG);
