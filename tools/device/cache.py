@@ -43,14 +43,15 @@ def name_for(*parts: object) -> str:
 
 def entry(name: str, fill: Callable[[Path], None]) -> Path:
     """The directory of that name in the cache. fill() makes it if it is not there, under another
-    name, so that nobody sees it half full. The caller holds the lock."""
+    name, so that nobody sees it half full. If two do so at the same time, the first one's stays."""
     path = directory() / name
     if not path.exists():
         path.parent.mkdir(parents=True, exist_ok=True)
         draft = Path(tempfile.mkdtemp(prefix="draft-", dir=path.parent))
         try:
             fill(draft)
-            draft.rename(path)
+            with contextlib.suppress(FileExistsError):
+                draft.rename(path)
         finally:
             shutil.rmtree(draft, ignore_errors=True)
     return path

@@ -43,7 +43,7 @@ import shlex
 import shutil
 import subprocess
 import tempfile
-from collections.abc import Iterable
+from collections.abc import Callable, Iterable
 from pathlib import Path
 from xml.sax.saxutils import escape, quoteattr
 
@@ -55,6 +55,7 @@ __all__ = ["Device", "Package", "Result", "Running", "SanitizerError"]
 
 HERE = Path(__file__).parent
 REPO = "/srv/repo"
+RPM_OWNS = ("opt", "var/lib/rpm")
 SANITIZERS = {"ASAN_OPTIONS": "exitcode=99:log_path=/device/sanitizer:detect_stack_use_after_return=1",
               "UBSAN_OPTIONS": "exitcode=99:halt_on_error=1:print_stacktrace=1:log_path=/device/sanitizer",
               "LSAN_OPTIONS": "exitcode=99"}
@@ -212,34 +213,24 @@ class Device:
         for name in names:
             self.remove(name)
 
-    def _restore_or_make(self, step: str, make) -> None:
+    def _restore_or_make(self, step: str, make: Callable[[], None]) -> None:
         """Does a step that changes only what rpm owns, or restores what it left when it was done
         from the same state before. With a state that is not known for sure it is always done."""
         if self._state is None:
             make()
             return
-        self._state = cache.name_for(self._state, step, packages.SOURCE)
+        state = cache.name_for(self._state, step, packages.SOURCE)
 
         def fill(draft: Path) -> None:
-            known, self._state = self._state, None
             make()
-            self._state = known
-            for part in ("opt", "var/lib/rpm"):
+            for part in RPM_OWNS:
                 shutil.copytree(self.directory / part, draft / part, symlinks=True)
 
-        place = cache.directory() / "states" / self._state
-        if not place.exists():
-            draft = Path(tempfile.mkdtemp(dir=cache.directory()))
-            fill(draft)
-            place.parent.mkdir(exist_ok=True)
-            try:
-                draft.rename(place)
-            except OSError:  # another process was quicker
-                shutil.rmtree(draft)
-            return
-        for part in ("opt", "var/lib/rpm"):
+        place = cache.entry(f"states/{state}", fill)
+        for part in RPM_OWNS:
             shutil.rmtree(self.directory / part)
             shutil.copytree(place / part, self.directory / part, symlinks=True)
+        self._state = state
 
     # Rules for the stubs
 
