@@ -48,7 +48,7 @@ private:
     static constexpr std::uint32_t k_uChunkUnits = 1U << k_uChunkShift;
     static constexpr std::uint32_t k_uChunkMask = k_uChunkUnits - 1;
 
-    TextStore() : m_vTable(1024) { store({}); }
+    TextStore() : m_vTable(1024) { store(""); }
 
     std::uint32_t& slot(std::string_view sText)
     {
