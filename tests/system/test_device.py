@@ -1,11 +1,12 @@
 """The device keeps what it promises to the other tests. The program in it is a shell."""
 
+import shutil
 import signal
 from pathlib import Path
 
 import pytest
 from conftest import PROJECT
-from device.device import Device, SanitizerError
+from device.device import Device, Result, SanitizerError
 from device.packages import Package, build, damaged
 
 OLD = Package("app", "1-1"), Package("lib", "1-1")
@@ -14,8 +15,8 @@ UPGRADE = "rpm -v -U /srv/repo/*.rpm"
 
 
 @pytest.fixture
-def shell():
-    with Device("/bin/bash") as device:
+def shell(tmp_path):
+    with Device(shutil.copy("/bin/bash", tmp_path / "updater")) as device:
         yield device
 
 
@@ -80,6 +81,7 @@ def test_signals_reach_the_program_and_what_it_leaves_is_waited_for(shell):
     shell.release()
     assert running.wait().returncode == 7
     assert shell.calls == ["hook update 1.1 3", "shutdown now"]
+    assert shell.run("-c", "kill -TERM $$") == Result(143, "", "")
     with pytest.raises(TimeoutError):
         shell.run("-c", "while :; do :; done", timeout=0.2)
 
