@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <new>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -52,6 +53,7 @@ bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameS
         logMessage(ERROR, "failed initializing (neon)");
         return false;
     }
+    m_bNeonStarted = true;
     rpmlogSetCallback(rpmLogCallback, nullptr);
     m_pNull = std::fopen("/dev/null", "we");
     if (m_pNull != nullptr) {
@@ -73,11 +75,14 @@ bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameS
 
 void Libraries::stop()
 {
-    m_pContext = rpmcliFini(m_pContext);
+    if (m_pContext != nullptr) {
+        m_pContext = rpmcliFini(m_pContext);
+    }
     rpmlogSetFile(nullptr);
     if (m_pNull != nullptr) {
-        std::fclose(m_pNull);
-        m_pNull = nullptr;
+        std::fclose(std::exchange(m_pNull, nullptr));
     }
-    ne_sock_exit();
+    if (std::exchange(m_bNeonStarted, false)) {
+        ne_sock_exit();
+    }
 }

@@ -11,6 +11,7 @@
 class Libraries {
 public:
     Libraries() = default;
+    ~Libraries() { stop(); }
     Libraries(const Libraries&) = delete;
     Libraries& operator=(const Libraries&) = delete;
 
@@ -18,16 +19,17 @@ public:
     /// Out of memory from here on means an end with exit code 2. A bad option ends the process with
     /// exit code 1, inside the library.
     ///
-    /// @param options       receives the options; its texts live as long as the process.
+    /// @param options       receives the options; its texts are the caller's, see freeTexts().
     /// @param packageNames  receives the arguments behind the options.
     /// @return              false on a failure (logged).
     [[nodiscard]] bool start(int argc, char* argv[], CommandLineOptions& options,
                              NameSet& packageNames);
 
-    /// Shuts down. No rpm database and no metadata can be read after it.
+    /// Shuts down what was started. No rpm database and no metadata can be read after it.
     void stop();
 
 private:
+    bool m_bNeonStarted = false;
     poptContext m_pContext = nullptr;
     std::FILE* m_pNull = nullptr;  ///< /dev/null, for what rpm prints itself
 };

@@ -1,5 +1,8 @@
 #include "control/options.h"
 
+#include <cstdlib>
+#include <utility>
+
 namespace {
 
 poptOption row(const char* pName, char cShort, int* pField, const char* pHelp)
@@ -64,4 +67,12 @@ OptionTable optionTable(CommandLineOptions& options)
         {nullptr, '\0', POPT_ARG_INCLUDE_TABLE, poptHelpOptions, 0, "Help options:", nullptr},
         {nullptr, '\0', 0, nullptr, 0, nullptr, nullptr},
     }};
+}
+
+void freeTexts(CommandLineOptions& options)
+{
+    for (char** ppText : {&options.logLevel, &options.logTo, &options.repo, &options.repoUrl,
+                          &options.cacheDir, &options.confFile}) {
+        std::free(std::exchange(*ppText, nullptr));
+    }
 }

@@ -12,3 +12,6 @@ using OptionTable = std::array<poptOption, 20>;
 
 /// @param options  the record that the parser writes into; must outlive the table.
 OptionTable optionTable(CommandLineOptions& options);
+
+/// Releases the texts that the parser stored, and sets them to null.
+void freeTexts(CommandLineOptions& options);

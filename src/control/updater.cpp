@@ -5,6 +5,7 @@
 #include "control/cachelock.h"
 #include "control/hooks.h"
 #include "control/libraries.h"
+#include "control/options.h"
 #include "control/result.h"
 #include "control/signals.h"
 #include "control/status.h"
@@ -29,6 +30,11 @@ constexpr const char* k_pLastLog = "/var/log/updater/lastlog";
 
 /// What the whole process knows.
 struct Process {
+    Process() = default;
+    ~Process() { freeTexts(options); }
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+
     Config config;
     CommandLineOptions options;
     NameSet packageNames;

@@ -1,0 +1,130 @@
+"""The process itself: background start, lock, no-run file, signals, log outputs, options."""
+
+import socket
+import time
+
+import pytest
+from device.device import Package
+from scenes import NEW_STATE, OLD_STATE, set_up
+
+
+def test_background_start(device):
+    set_up(device)
+    result = device.shell("updater --background --log-to /tmp/log; echo code $?; "
+                          "while [ ! -s /device/calls ] || ! grep -q EXIT /var/log/updater/lastlog; do sleep 0.05; done")
+    parent = result.lines
+    assert (parent[0], parent[1], parent[-1]) == (
+        "INFO: --- MODE update ---", "INFO: updater switched to background", "INFO: --- EXIT OK ---")
+    assert parent[2].startswith("INFO: --- BACKGROUND PID ") and len(parent) == 4
+    assert "code 0" in result.stdout
+    child = device.read("/var/log/updater/lastlog").splitlines()
+    assert (child[1], child[-1]) == ("INFO: --- MODE update ---", "INFO: --- EXIT OK ---")
+    assert device.read("/var/lock/updater") == f"{parent[2].split()[4]:>10}\n"
+    assert (device.installed(), device.status) == (NEW_STATE, "REBOOTING")
+    # The parent let the file go before its last line, the child kept it.
+    assert device.read("/tmp/log").splitlines() == parent[:3] + child
+
+
+def test_second_instance(device):
+    set_up(device)
+    first = device.start()
+    device.hold_at("hook init")
+    first.wait_for("hook init")
+    refused = device.run("--lock-timeout", "-1")
+    assert refused.lines == ["ERROR: failed acquiring lock file '/var/lock/updater' (Resource temporarily unavailable)",
+                             "INFO: --- EXIT ERROR ---"]
+    short = device.run("--lock-timeout", "1", "--quiet")
+    assert short.lines == ["INFO: cache lock held by another instance, will timeout in 1 secs",
+                           "ERROR: failed acquiring lock file '/var/lock/updater' (Resource temporarily unavailable)"]
+    assert (refused.returncode, short.returncode, device.calls) == (1, 1, ["hook init 1.1"])
+
+    waiting = device.start("--lock-timeout", "30")
+    time.sleep(0.5)
+    device.release()
+    assert first.wait().returncode == 0
+    second = waiting.wait()
+    assert second.lines == ["INFO: cache lock held by another instance, will timeout in 30 secs",
+                            "INFO: other instance terminated, got cache lock", *second.lines[2:4],
+                            "INFO: machine is rebooting after update, cannot start", "INFO: --- EXIT ERROR ---"]
+    assert device.installed() == NEW_STATE
+
+
+def test_a_signal_ends_the_wait_for_the_lock(device):
+    set_up(device)
+    device.hold_at("hook init")
+    first = device.start()
+    first.wait_for("hook init")
+    second = device.start("--lock-timeout", "30")
+    time.sleep(0.5)
+    second.signal(15)
+    result = second.wait(5)
+    assert (result.returncode, result.lines[-2:]) == (143, [
+        "INFO: --- EXIT ERROR ---", "ERROR: terminated by signal #15: Terminated"])
+    device.release()
+    first.wait()
+
+
+@pytest.mark.parametrize("call, number, code, status, state, last", [
+    ("hook init", 15, 143, "READY", OLD_STATE, "ERROR: terminated by signal #15: Terminated"),
+    ("hook download", 2, 130, "READY", OLD_STATE, "ERROR: terminated by signal #2: Interrupt"),
+    ("hook download", 1, 0, "REBOOTING", NEW_STATE, "INFO: --- EXIT OK ---"),  # a hangup is ignored by now
+    ("hook update", 3, 131, "READY", OLD_STATE, "ERROR: terminated by signal #3: Quit"),
+    # rpm runs to its end, and the reboot that it made necessary comes.
+    ("rpm -v -U", 15, 0, "REBOOTING", ["app-2-1", *OLD_STATE[1:3], "lib-2-1"], "INFO: --- EXIT OK ---"),
+])
+def test_a_signal_is_noted_and_acted_on_at_the_next_look(device, call, number, code, status, state, last):
+    set_up(device)
+    device.hold_at(call)
+    running = device.start()
+    running.wait_for(call)
+    running.signal(number)
+    device.release()
+    result = running.wait()
+    assert (result.returncode, device.status, device.installed(), result.lines[-1]) == (code, status, state, last)
+
+
+def test_a_no_run_file_comes_first(device):
+    set_up(device).path("/var/run/updater.norun").symlink_to("nowhere")
+    result = device.run("--background")
+    assert result.lines == ["ERROR: running is disabled by \"no run\" file '/var/run/updater.norun'",
+                            "INFO: --- EXIT ERROR ---"]
+    assert (result.returncode, device.status, device.path("/var/lock/updater").exists()) == (1, "", False)
+
+
+@pytest.mark.parametrize("arguments, line", [
+    (["--bogus"], "updater: --bogus: unknown option"),
+    (["--max-wait-time", "abc"], "updater: abc: invalid numeric value"),
+    (["--repo", "none"], "ERROR: no repository with ID 'none'"),
+    (["--repo-url", "base"], "ERROR: missing ':' in --repo-url option"),
+    (["--conf-file", "/none"], "ERROR: failed parsing configuration file '/none'"),
+])
+def test_a_bad_start_ends_without_an_exit_line(device, arguments, line):
+    result = device.run(*arguments)
+    assert (result.returncode, result.lines[-1]) == (1, line)
+
+
+def test_options_choose_repository_and_cache(device):
+    device.install(Package("app", "1-1"))
+    device.publish(Package("app", "2-1"), at="/srv/other")
+    device.configure("file:///nowhere", extra="""
+  <repository id="spare" enabled="no"><name>Spare</name><location href="/nowhere/either"/></repository>""")
+    device.path("/srv/cache").mkdir()
+    result = device.run("-nr", "spare", "--repo-url", "spare:file:///srv/other", "--cache-dir", "/srv/cache")
+    assert result.lines[3] == "INFO: updating packages from repository 'Spare' (URI 'file:///srv/other')"
+    assert "--- 1 UPDATE(S) ---" in result.reports
+    assert device.path("/srv/cache/spare/repomd.xml").exists()
+
+
+def test_syslog_and_a_file_that_is_appended_to(device):
+    device.publish()
+    device.configure(extra='<log><logger type="syslog"><facility>local3</facility></logger></log>')
+    device.write("/tmp/log", "before\n")
+    with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
+        log.bind(str(device.path("/dev/log")))
+        result = device.run("--log-to", "/tmp/log", "--log-level", "error")
+        assert (result.returncode, result.lines) == (0, [])
+        result = device.run("--log-to", "/tmp/log", "--check-only")
+        log.settimeout(5)
+        first = log.recv(1000).decode()
+    assert device.read("/tmp/log").splitlines() == ["before", *result.lines]
+    assert first.startswith("<158>") and "updater[" in first and first.endswith(": updater version 1.1, product Demo")

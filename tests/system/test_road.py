@@ -1,0 +1,118 @@
+"""The road of one update, in each of its modes, with its exact lines, calls and status words."""
+
+import pytest
+from device.device import Package
+from scenes import (HALF_STATE, NEW_STATE, OLD_STATE, PASS_1, PASS_2, REBOOT, REPORT, head, set_up)
+
+
+def installing(number: int, names: list[str], output: list[str]) -> list[str]:
+    return [f"INFO: starting update ({number} packages):", *(f"INFO: \t{name}.noarch.rpm" for name in names),
+            "INFO: running download hook", f"INFO: downloading {number} packages",
+            "INFO: verifying package signatures", "INFO: running update hook", "INFO: updating package(s)",
+            "INFO: rpm output:", "INFO:   Verifying packages...", "INFO:   Preparing packages...",
+            *(f"INFO:   {name}.noarch" for name in output), "INFO: packages installed OK"]
+
+
+def test_two_passes_and_a_reboot(device):
+    set_up(device)
+    result = device.trace()
+    assert result.lines == [
+        *head("update"), *REPORT,
+        "INFO: pass 1: all but add-ons", *installing(2, ["app-2-1", "lib-2-1"], ["lib-2-1", "app-2-1", "lib-1-1", "app-1-1"]),
+        "INFO: pass 2: add-ons", *installing(2, ["extra-5-1", "firmware-2-1"], ["firmware-2-1", "extra-5-1", "firmware-1-1"]),
+        "INFO: rebooting for upgrades to take full effect", "INFO: --- EXIT OK ---"]
+    telinit, shutdown = REBOOT
+    assert shutdown in result.events  # at any place behind telinit: it runs beside the program
+    assert [event for event in result.events if event != shutdown] == [
+        "hook init 1.1", "ANALYZING", "ANALYZING",
+        "hook download 1.1", "DOWNLOADING", "hook update 1.1 2", "UPDATING", "fsync", PASS_1, "sync", "PKGSDONE", "fsync",
+        "ANALYZING",
+        "hook download 1.1", "DOWNLOADING", "hook update 1.1 2", "UPDATING", "fsync", PASS_2, "sync", "PKGSDONE", "fsync",
+        "READY", telinit, "REBOOTING", "fsync"]
+    assert (result.returncode, device.installed(), device.status) == (0, NEW_STATE, "REBOOTING")
+    assert list(device.path("/var/cache/updater/base/packages").iterdir()) == []
+    assert device.read("/var/log/updater/lastlog").splitlines() == result.lines
+
+
+def test_a_remote_repository_is_asked_after_a_wait(device):
+    """The delay is skipped for file: only; here it is 0 or 1 seconds and the connection fails."""
+    set_up(device).configure("http://127.0.0.1:9/repo")
+    result = device.trace("--max-wait-time", "1")
+    assert result.lines[4] in ("INFO: waiting 0 secs before connection", "INFO: waiting 1 secs before connection")
+    assert result.events == ["hook init 1.1", "DELAYING", "ANALYZING", "READY"]
+    assert result.returncode == 1
+
+
+@pytest.mark.parametrize("arguments, code, state, status, calls", [
+    (["--check-only"], 0, OLD_STATE, "READY", ["hook init 1.1"]),
+    (["--check-only", "--test"], 0, OLD_STATE, "READY", ["hook init 1.1"]),
+    (["--test"], 0, OLD_STATE, "READY",
+     ["hook init 1.1", "hook download 1.1", "hook test 1.1 2", PASS_1.replace("-v", "--test"),
+      "hook download 1.1", "hook test 1.1 4",  # nothing of pass 1 is installed
+      "rpm --test -U app-2-1.noarch.rpm extra-5-1.noarch.rpm firmware-2-1.noarch.rpm lib-2-1.noarch.rpm"]),
+    (["--no-reboot"], 0, NEW_STATE, "READY",
+     ["hook init 1.1", "hook download 1.1", "hook update 1.1 2", PASS_1, "hook download 1.1", "hook update 1.1 2", PASS_2]),
+    (["app", "app"], 0, HALF_STATE, "REBOOTING", ["hook init 1.1", "hook download 1.1", "hook update 1.1 2", PASS_1, *REBOOT]),
+    (["extra", "unknown"], 0, [*OLD_STATE[:2], "extra-5-1", *OLD_STATE[2:]], "REBOOTING",
+     ["hook init 1.1", "hook download 1.1", "hook update 1.1 1", "rpm -v -U extra-5-1.noarch.rpm", *REBOOT]),
+    (["unknown"], 0, OLD_STATE, "READY", ["hook init 1.1"]),
+])
+def test_modes_and_names(device, arguments, code, state, status, calls):
+    set_up(device)
+    result = device.run(*arguments)
+    assert (result.returncode, device.installed(), device.status, device.calls) == (code, state, status, calls)
+    mode = "check" if "--check-only" in arguments else "test" if "--test" in arguments else "update"
+    assert (result.reports[0], result.reports[-1]) == (f"--- MODE {mode} ---", "--- EXIT OK ---")
+
+
+def test_a_test_run_leaves_the_words_of_a_test(device):
+    set_up(device)
+    result = device.trace("--test", "app")
+    assert result.events == ["hook init 1.1", "ANALYZING", "hook download 1.1", "DOWNLOADING", "hook test 1.1 2",
+                             "TESTING", "fsync", PASS_1.replace("-v", "--test"), "PKGSDONE", "fsync", "READY"]
+    assert result.lines[-3:] == ["INFO: testing package(s) update", "INFO: packages tested OK", "INFO: --- EXIT OK ---"]
+
+
+def test_quiet_leaves_the_list_alone(device):
+    set_up(device)
+    assert device.run("--quiet", "--check-only").lines == ["INFO: running init hook", *REPORT[2:]]
+
+
+def test_nothing_to_do(device):
+    device.publish(Package("stranger", "1-1"))
+    result = device.run()
+    assert result.lines == [*head("update"), "INFO: --- 0 UPDATE(S) ---", "INFO: no updates",
+                            "INFO: pass 1: all but add-ons", "INFO: pass 2: add-ons", "INFO: --- EXIT OK ---"]
+    assert (result.returncode, device.status) == (0, "READY")
+
+
+def test_the_cache_serves_without_its_repository(device):
+    set_up(device)
+    assert device.run("--check-only").returncode == 0
+    device.remove("/srv/repo/repodata/repomd.xml")
+    assert device.run("--check-only", "--cache-only").lines == [*head("check"), *REPORT, "INFO: --- EXIT OK ---"]
+    assert device.run("--check-only").lines[-4:] == [
+        "ERROR: failed copying file (No such file or directory)",
+        "ERROR: failed getting repository resource 'repodata/repomd.xml'",
+        "ERROR: could not update repository data", "INFO: --- EXIT ERROR ---"]
+
+
+def test_kept_packages_are_not_fetched_again(device):
+    set_up(device)
+    assert device.run("--test", "--no-cache-clean", "app").returncode == 0
+    kept = device.path("/var/cache/updater/base/packages/app-2-1.noarch.rpm")
+    assert kept.exists()
+    device.remove("/srv/repo/app-2-1.noarch.rpm")
+    assert device.run("--no-cache-clean", "app").returncode == 0
+    assert (device.installed(), kept.exists()) == (HALF_STATE, True)
+
+
+def test_add_ons_by_group_and_a_chain_of_requires(device):
+    """Add-ons held back by their group; a pulled package comes despite the exclusion."""
+    device.install(Package("game", "1-1"), Package("tool", "1-1"))
+    device.publish(Package("game", "2-1", group="Extras", requires=("engine",)), Package("engine", "1-1", group="Extras"),
+                   Package("tool", "2-1", requires=("/bin/sh",)))
+    device.configure(groups=["Extras"])
+    assert device.run("--no-reboot").returncode == 0
+    assert [call for call in device.calls if call.startswith("rpm")] == [
+        "rpm -v -U tool-2-1.noarch.rpm", "rpm -v -U engine-1-1.noarch.rpm game-2-1.noarch.rpm"]
