@@ -69,6 +69,10 @@ URLFetcher::URLFetcher(const ne_uri& uri)
         logMessage(ERROR, "URI missing host or scheme, cannot build fetcher");
         return;
     }
+    if (hasControlCharacter(uri.host)) {
+        logMessage(ERROR, "refused a host name with a control character");  // goes into a header
+        return;
+    }
     m_sScheme = uri.scheme;
     m_sHost = uri.host;
     m_uPort = uri.port;
