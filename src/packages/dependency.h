@@ -36,7 +36,7 @@ public:
     /// The first element that is not less than `key`.
     [[nodiscard]] const_iterator lowerBound(const Dependency& key) const;
 
-    /// Inserts one element, in linear time. For many use assign().
+    /// Inserts one element, in linear time. For many use insertAll().
     void insert(const Dependency& entry);
 
     /// Adds many elements, in any order, at the cost of a sort.

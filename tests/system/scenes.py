@@ -1,5 +1,10 @@
 """Packages that many tests use: an application with its library, the firmware, an add-on."""
 
+import gzip
+import hashlib
+import re
+from collections.abc import Callable
+
 from device.device import Device, Package
 
 OLD = (Package("app", "1-1"), Package("lib", "1-1", provides=("lib = 1-1",)), Package("firmware", "1-1"))
@@ -29,3 +34,13 @@ def set_up(device: Device) -> Device:
     device.publish(*NEW)
     device.configure(release="firmware", addons=["extra"])
     return device
+
+
+def edit_primary(device: Device, change: Callable[[str], str]) -> None:
+    """Changes the primary file of the repository, and the index so that it fits."""
+    primary = device.path("/srv/repo/repodata/primary.xml.gz")
+    primary.write_bytes(gzip.compress(change(gzip.decompress(primary.read_bytes()).decode()).encode()))
+    index = device.read("/srv/repo/repodata/repomd.xml")
+    sum = hashlib.sha1(primary.read_bytes()).hexdigest()
+    device.write("/srv/repo/repodata/repomd.xml", re.sub(
+        r'(<data type="primary">\s*<checksum type="sha">)[0-9a-f]+', rf"\g<1>{sum}", index))

@@ -58,7 +58,7 @@ REPO = "/srv/repo"
 RPM_OWNS = ("opt", "var/lib/rpm")
 SANITIZERS = {"ASAN_OPTIONS": "exitcode=99:log_path=/device/sanitizer:detect_stack_use_after_return=1",
               "UBSAN_OPTIONS": "exitcode=99:halt_on_error=1:print_stacktrace=1:log_path=/device/sanitizer",
-              "LSAN_OPTIONS": "exitcode=99"}
+              "LSAN_OPTIONS": "exitcode=99:suppressions=/device/leaks:print_suppressions=0"}
 
 
 class Device:

@@ -18,6 +18,7 @@ FILES: dict[str, str | bytes] = {
     "/proc/cpuinfo": "Hardware\t: Quorax\nRevision\t: 0210\nSerial\t\t: 00000000deadbeef\n",
     EEPROM + "/0-0050/data": bytes(21),
     EEPROM + "/0-0052/data": bytes(21),
+    "/device/leaks": "leak:libsqlite3.so\n",  # of librpm, when a database cannot be opened
     "/device/calls": "",
     "/device/rules": "",
     "/device/bin/updater": "",

@@ -1,0 +1,194 @@
+"""Malformed, missing, huge, cut and hostile input ends in the right line, with nothing lost."""
+
+import gzip
+import os
+
+import pytest
+from device.device import Package
+from scenes import OLD_STATE, REPORT, edit_primary, set_up
+
+CACHE = "/var/cache/updater/base"
+INDEX = "/srv/repo/repodata/repomd.xml"
+PRIMARY = "/srv/repo/repodata/primary.xml.gz"
+REPO = 'xmlns="http://linux.duke.edu/metadata/repo"'
+EXIT = "INFO: --- EXIT ERROR ---"
+
+
+@pytest.mark.parametrize("content, lines", [
+    (None, ["ERROR: could not open configuration file '/etc/updater.conf'"]),
+    ("", []),
+    ("<updater><repo", []),
+    ("<other/>", ["ERROR: bad top-level element, 'other' instead of 'updater'"]),
+    ("<updater><repository/></updater>", ["ERROR: no 'id' attribute in 'repository' element"]),
+    ("<updater><tls trust='/none.pem'/></updater>", ["ERROR: *"]),
+    ("<!DOCTYPE u [<!ENTITY a 'aaaaaaaaaa'>" + "".join(
+        f"<!ENTITY {chr(c + 1)} '{f'&{chr(c)};' * 10}'>" for c in range(ord("a"), ord("i"))) +
+     "]><updater><repository id='b'><name>&i;</name></repository></updater>", []),
+])
+def test_configuration(device, content, lines):
+    device.path("/etc/updater.conf").unlink()
+    if content is not None:
+        device.write("/etc/updater.conf", content)
+    result = device.run()
+    ours = [line for line in result.lines if line.startswith("ERROR: ")]
+    assert ours[-1] == "ERROR: failed parsing configuration file '/etc/updater.conf'"
+    assert [line if line == said else "ERROR: *" for line, said in zip(ours[:-1], lines)] == lines
+    assert (result.returncode, device.status, device.calls) == (1, "", [])
+
+
+def test_a_faulty_proxy_file_stops_nothing(device):
+    set_up(device)
+    device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='p' port='65535'/></proxyconf>")
+    assert device.run("--check-only").lines[0] == "ERROR: invalid port number '65535'"
+    device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='p' port='81'/>" + " " * 5000 + "<proxy")
+    result = device.run("--check-only")
+    assert (result.returncode, "INFO: using HTTP proxy 'p' port 81" in result.lines) == (0, True)
+
+
+def test_external_entities_read_no_local_file(device):
+    set_up(device)
+    device.write("/etc/secret", "top secret")
+    device.write("/etc/updater.conf", "<!DOCTYPE u [<!ENTITY e SYSTEM '/etc/secret'>]>" +
+                 device.read("/etc/updater.conf").partition("?>")[2].replace("<name>Demo<", "<name>Demo&e;<"))
+    assert "INFO: updater version 1.1, product Demo" in device.run("--check-only").lines
+
+
+@pytest.mark.parametrize("content, lines", [
+    (b"", ["failed parsing repository metadata from 'repodata/repomd.xml'"]),
+    (b"<repomd " + REPO.encode(), ["failed parsing repository metadata from 'repodata/repomd.xml'"]),
+    (os.urandom(100_000), ["failed parsing repository metadata from 'repodata/repomd.xml'"]),
+    (f"<repomd {REPO}/>".encode(), ["no 'primary' entry in repository metadata"]),
+    (f"<repomd {REPO}><data type='primary'><location href='&#10;INFO: --- EXIT OK ---'/></data></repomd>".encode(),
+     ["failed parsing repository metadata from 'repodata/repomd.xml'"]),
+    (f"<repomd {REPO}><data type='primary'><location href='../../etc/passwd'/><checksum type='sha'>1</checksum></data></repomd>".encode(),
+     ["invalid checksum on '../../etc/passwd'", "failed getting repository resource '../../etc/passwd'"]),
+    (f"<repomd {REPO}><data type='primary'><location href='..'/><checksum type='sha'>1</checksum></data></repomd>".encode(),
+     ["failed copying file (Is a directory)", "failed getting repository resource '..'",
+      "failed getting repository resource '..'"]),
+])
+def test_index(device, content, lines):
+    set_up(device)
+    device.write(INDEX, content)
+    result = device.run()
+    errors = [line[7:] for line in result.lines if line.startswith("ERROR: ")]
+    assert errors[-len(lines) - 1:] == [*lines, "could not update repository data"]
+    assert (result.returncode, result.lines[-1], device.status, device.installed()) == (1, EXIT, "READY", OLD_STATE)
+
+
+def test_a_changed_primary_file_is_refused_and_fetched_anew(device):
+    set_up(device)
+    good = device.path(PRIMARY).read_bytes()
+    assert device.run("--check-only").returncode == 0
+    for bad in (b"", good[:len(good) // 2], good[:-20], gzip.compress(b"<metadata/>"), os.urandom(5000)):
+        device.write(PRIMARY, bad)
+        device.write(CACHE + "/primary.xml.gz", "damaged on disk")
+        result = device.run("--check-only")
+        assert result.lines[-5:] == [
+            "WARNING: invalid checksum on 'repodata/primary.xml.gz'; retrying with bypass of http caches",
+            "ERROR: invalid checksum on 'repodata/primary.xml.gz'",
+            "ERROR: failed getting repository resource 'repodata/primary.xml.gz'",
+            "ERROR: could not update repository data", EXIT], bad[:20]
+        assert device.run("--check-only", "--cache-only").lines[-3:] == [
+            "ERROR: invalid checksum on 'repodata/primary.xml.gz'", "ERROR: could not load repository data", EXIT]
+    device.write(PRIMARY, good)
+    assert device.run("--check-only").lines[-8:] == [*REPORT, "INFO: --- EXIT OK ---"]
+
+
+def test_a_package_that_is_not_what_the_metadata_say(device):
+    set_up(device)
+    device.write("/srv/repo/app-2-1.noarch.rpm", "another one")
+    result = device.run()
+    path = CACHE + "/packages/app-2-1.noarch.rpm"
+    at = result.lines.index(f"ERROR: invalid checksum on '{path}'")
+    assert result.lines[at - 1:at + 3] == [
+        f"WARNING: invalid checksum on '{path}'; retrying with bypass of http caches",
+        f"ERROR: invalid checksum on '{path}'", "ERROR: failed downloading packages",
+        "ERROR: failed updating, will try updating updater only"]
+    device.remove("/srv/repo/app-2-1.noarch.rpm")
+    assert "ERROR: failed getting package 'app-2-1.noarch.rpm' from repository" in device.run().lines
+    assert (device.installed(), device.status) == (OLD_STATE, "READY")
+
+
+@pytest.mark.parametrize("damage", ["garbage", "empty", "cut", "directory"])
+def test_rpm_database(device, damage):
+    set_up(device)
+    database = device.path("/var/lib/rpm/rpmdb.sqlite")
+    content = database.read_bytes()
+    for extra in database.parent.glob("rpmdb.sqlite-*"):
+        extra.unlink()
+    database.unlink()
+    if damage == "directory":
+        database.mkdir()
+    else:
+        database.write_bytes({"garbage": b"x" * 5000, "empty": b"", "cut": content[:len(content) // 2]}[damage])
+    result = device.run()
+    assert result.lines[-3:] == ["ERROR: failed getting list of installed packages", "ERROR: could not initialize resolver", EXIT]
+    assert (result.returncode, device.status) == (1, "READY")
+
+
+@pytest.mark.parametrize("word, lines, code, after", [
+    ("", ["ERROR: cannot recover status, aborting"], 1, ""),
+    ("ready\n", ["ERROR: unknown status 'ready'", "ERROR: cannot recover status, aborting"], 1, "ready"),
+    ("\n \tREADY and more", [], 0, "READY"),
+    ("X" * 1_000_000, [f"ERROR: unknown status '{'X' * 31}'", "ERROR: cannot recover status, aborting"], 1, "X" * 1_000_000),
+    ("PKGSDONE\n", [], 0, "READY"),
+    ("REBOOTING\n", ["INFO: machine is rebooting after update, cannot start"], 1, "REBOOTING"),
+])
+def test_status_file(device, word, lines, code, after):
+    device.publish()
+    device.write("/var/lib/updater/status", word)
+    result = device.run("--check-only")
+    assert (result.returncode, device.status) == (code, after)
+    if code:
+        assert result.lines[2:-1] == lines
+
+
+def test_a_status_that_cannot_be_written_stops_rpm(device):
+    """As root nothing is read-only: the directory goes away instead, when the last hook runs."""
+    set_up(device)
+    device.write("/usr/lib/updater/hook", device.read("/usr/lib/updater/hook").replace(
+        "#!/bin/sh", '#!/bin/sh\n[ "$1" != update ] || /bin/mv /var/lib/updater /var/lib/gone', 1), 0o755)
+    result = device.run()
+    assert result.lines[-4:] == [
+        "INFO: updating package(s)", "ERROR: failed setting status file for launching rpm, cannot continue",
+        "WARNING: failed updating status file", EXIT]
+    assert (result.returncode, device.read("/var/lib/gone/status"), device.installed()) == (1, "DOWNLOADING\n", OLD_STATE)
+
+
+def test_lock_file(device):
+    set_up(device)
+    device.write("/var/victim", "precious")
+    device.path("/var/lock/updater").symlink_to("/var/victim")
+    result = device.run()
+    assert result.lines == ["ERROR: failed creating lock file '/var/lock/updater' (Too many levels of symbolic links).", EXIT]
+    assert device.read("/var/victim") == "precious"
+    device.path("/var/lock/updater").unlink()
+    device.write("/var/lock/updater", "a longer text of some earlier program\n")
+    assert device.run("--check-only").returncode == 0
+    assert len(device.read("/var/lock/updater")) == 11
+
+
+def test_child_output(device):
+    device.publish()
+    device.answer("hook init", output="a\n\nbc\nx" + "y" * 2000 + "\n" + "last line", exit=0)
+    lines = device.run("--check-only").lines
+    at = lines.index("INFO: /usr/lib/updater/hook output:")
+    assert lines[at + 1:at + 8] == ["INFO:   a", "", "INFO:   bc", "INFO:   x" + "y" * 1022, "INFO:   " + "y" * 978,
+                                    "INFO:   last line", lines[at + 7]]
+
+
+def test_a_cache_that_cannot_be_used(device):
+    set_up(device).path("/var/cache/updater").rmdir()
+    assert device.run().lines[-3:] == ["ERROR: cannot create dir '/var/cache/updater/base/' (No such file or directory)",
+                                       "ERROR: could not update repository data", EXIT]
+    device.write("/var/cache/updater/base", "no directory")
+    assert "ERROR: cannot create dir '/var/cache/updater/base/' (File exists)" in device.run().lines
+
+
+def test_dependencies_forge_no_lines(device):
+    device.install(Package("app", "1-1"))
+    device.publish(Package("app", "2-1", requires=("nowhere",)))
+    edit_primary(device, lambda text: text.replace('"nowhere"', '"&#10;INFO: --- EXIT OK ---"'))
+    result = device.run()
+    assert result.reports == ["--- MODE update ---", "--- EXIT ERROR ---"]
+    assert "ERROR: failed parsing repository resource 'repodata/primary.xml.gz'" in result.lines

@@ -1,0 +1,71 @@
+"""Which packages pass the signature test, and what is said of those that do not."""
+
+import hashlib
+import re
+
+import pytest
+from device.device import Device, Package
+from device.packages import build, damaged
+from scenes import OLD_STATE, edit_primary, set_up
+
+APP = Package("app", "2-1", files=(("/opt/app/data", "0123456789" * 500),))
+VERIFY = "INFO: verifying package signatures"
+REFUSED = "ERROR: failed verifying package 'app-2-1.noarch.rpm'"
+
+
+def update(device, package, *arguments):
+    """Publishes one file, whatever it holds, under the checksum that it has, and updates."""
+    set_up(device).publish(APP)
+    place = device.path("/srv/repo/app-2-1.noarch.rpm")
+    place.write_bytes(package)
+    sum = hashlib.sha1(package).hexdigest()
+    edit_primary(device, lambda text: re.sub(r"(<checksum [^>]*>)[0-9a-f]+", rf"\g<1>{sum}", text))
+    return device.run("--no-reboot", *arguments)
+
+
+@pytest.mark.parametrize("key, how, reason", [
+    ("stranger", None, "WARNING: rpmlib: app-2-1.noarch.rpm: Header V4 RSA/SHA512 Signature, key ID [0-9a-f]+: NOKEY"),
+    ("", None, "ERROR: no signature on package 'app-2-1.noarch.rpm'"),
+    ("vendor", "header", "ERROR: rpmlib: app-2-1.noarch.rpm: Header .*BAD.*"),
+    ("vendor", "signature", "ERROR: rpmlib: app-2-1.noarch.rpm: Header .*BAD.*"),
+    ("vendor", "payload", None),
+    ("vendor", "cut", None),
+    ("vendor", "cut header", None),
+    ("vendor", "text", None),
+    ("vendor", "empty", None),
+])
+def test_refused(device, tmp_path, key, how, reason):
+    [package] = build(Package(APP.name, APP.evr, files=APP.files, key=key))
+    if how:
+        package = damaged(package, how, tmp_path / "damaged")
+    result = update(device, package.read_bytes())
+    lines = result.lines[result.lines.index(VERIFY) + 1:]
+    said = lines[:lines.index("ERROR: failed updating, will try updating updater only")]
+    assert reason is None or any(re.fullmatch(reason, line) for line in said)
+    assert said[-1] == (reason if key == "" else REFUSED)
+    assert (result.returncode, device.installed()) == (1, OLD_STATE)
+    assert not [call for call in device.calls if call.startswith("rpm")]
+
+
+def test_accepted(device):
+    [package] = build(APP)
+    assert VERIFY in update(device, package.read_bytes()).lines
+    assert "app-2-1" in device.installed()
+
+
+@pytest.mark.parametrize("arguments", [["--no-sig-check"], []])
+def test_not_looked_at(program, arguments):
+    """Neither with the option, nor with a database that holds no key."""
+    with Device(program) as device:
+        if arguments:
+            device.import_key()
+        [package] = build(Package(APP.name, APP.evr, files=APP.files, key=""))
+        result = update(device, package.read_bytes(), *arguments)
+        assert VERIFY not in result.lines
+        assert "app-2-1" in device.installed()
+
+
+def test_no_package_behind_a_bad_one_is_looked_at(device):
+    set_up(device).publish(Package("app", "2-1", key=""), Package("lib", "2-1", key=""))
+    result = device.run()
+    assert [line for line in result.lines if "no signature" in line] == ["ERROR: no signature on package 'app-2-1.noarch.rpm'"]
