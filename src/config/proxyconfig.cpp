@@ -10,11 +10,12 @@ namespace {
 
 constexpr long k_iMaxPort = 65534;
 
+/// @param sPort  not empty.
 bool readPort(const std::string& sPort, unsigned& uPort)
 {
     char* pEnd = nullptr;
     const long iPort = std::strtol(sPort.c_str(), &pEnd, 10);
-    if (pEnd == sPort.c_str() || *pEnd != '\0' || iPort < 0 || iPort > k_iMaxPort) {
+    if (*pEnd != '\0' || iPort < 0 || iPort > k_iMaxPort) {
         logMessage(ERROR, "invalid port number '%s'", sPort.c_str());
         return false;
     }

@@ -2,41 +2,41 @@
 
 #include "testing/testing.h"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <sstream>
+#include <tuple>
 
 namespace {
 
-/// What a file can change, in short: the log level, then whatever is set.
+/// What files and options can change, in short: the log level, then whatever is set.
 std::string describe(const Config& config)
 {
-    std::ostringstream text;
-    const auto add = [&](const char* pTitle, const std::string& sValue) {
-        text << (sValue.empty() ? "" : std::string(" ") + pTitle + "=" + sValue);
+    std::string sAll = std::to_string(config.logLevel) + (config.logToStderr ? " stderr" : "");
+    const auto add = [&](const std::string& sTitle, const std::string& sValue) {
+        sAll += sValue.empty() ? "" : " " + sTitle + "=" + sValue;
     };
-    const auto join = [](const std::vector<std::string>& vWords) {
-        std::string sAll;
-        for (const std::string& sWord : vWords) {
-            sAll += sWord + ",";
-        }
-        return sAll;
-    };
-    text << config.logLevel << (config.logToStderr ? " stderr" : "");
+    add("cache", config.cacheDir == Config().cacheDir ? "" : config.cacheDir);
     add("syslog", config.logToSyslog ? std::to_string(config.syslogFacility) : "");
     add("product", config.productName);
     add("release", config.releasePackage);
-    add("addons", join(config.addonPackages));
-    add("groups", join(config.addonGroups));
-    add("base", config.proxy.agentBase);
-    add("prodname", config.proxy.agentProduct);
+    for (const std::string& sName : config.addonPackages) {
+        add("addon", sName);
+    }
+    for (const std::string& sName : config.addonGroups) {
+        add("group", sName);
+    }
+    add("agent", config.proxy.agentBase + config.proxy.agentProduct);
     add("tls", config.proxy.tlsTrust);
     for (const RepoConfig& repo : config.repositories) {
-        add(repo.id.c_str(), repo.name + "@" + repo.uri + (repo.enabled ? "" : " off") +
-                                 (repo.isDefault ? " default" : ""));
+        add(repo.id, repo.name + "@" + repo.uri + (repo.enabled ? "" : " off") +
+                         (repo.isDefault ? " default" : ""));
     }
-    return text.str();
+    return sAll;
+}
+
+std::string inUpdater(const std::string& sBody)
+{
+    return "<updater xmlns:p='urn:p'>" + sBody + "</updater>";
 }
 
 const std::string k_sBase = "<repository id='base'><location href='b'/></repository>";
@@ -56,13 +56,10 @@ TEST(ParseConfigurationFile, readsElementsWhereverTheyStand)
     LogCapture log(WARNING);
     Config config;
     const std::string sPem = dir.write("ca.pem", "");
-    EXPECT_TRUE(parseConfigurationFile(config,
-                                       dir.write("conf", R"(<updater xmlns:p='urn:p'>
-<tls trust='system'/><p:log level='debug'/><unknown level='debug'>
-<log level='warn'><logger type='stderr'/><logger type='tape'/><p:logger/><tls trust=')" +
-                                                             sPem + R"('/>
+    std::string sBody = R"(<tls trust='system'/><p:log level='debug'/><x level='debug'>
+<log level='warn'><logger type='stderr'/><logger type='tape'/><p:logger/><tls trust='PEM'/>
  <logger type='syslog'><facility>user</facility><p:facility>local1</p:facility></logger></log>
-</unknown><log level=''/>
+</x><log level=''/>
 <repository id='a' enabled='true'><name>A &amp; B</name><location href='x'/><p:location/>
  <location href='y'/><p:name>no</p:name><repository id='b' enabled='TRUE'><location href='z'/>
  </repository></repository>
@@ -71,29 +68,29 @@ TEST(ParseConfigurationFile, readsElementsWhereverTheyStand)
 <product><name> N </name><packages>
  <release><group>
  <name>g</name></group><package><name>rel</name></package></release>
- <addons><other/><package><name>a</name><name>b</name><x/></package><group><name>g</name></group>
- <package><name>a</name></package></addons></packages></product></updater>)"),
-                                       false));
+ <addons><other><name>o</name></other><package><name>a</name><name>b</name><x>c</x></package>
+ <group><name>g</name></group><package><name>a</name></package></addons></packages></product>)";
+    sBody.replace(sBody.find("PEM"), 3, sPem);
+    EXPECT_TRUE(parseConfigurationFile(config, dir.write("conf", inUpdater(sBody)), false));
     EXPECT_EQ(describe(config),
-              "3 stderr syslog=136 product= N  release=rel addons=a,b,a, groups=g,"
-              " base=B prodname=P tls=" +
+              "3 stderr syslog=136 product= N  release=rel addon=a addon=b"
+              " addon=a group=g agent=BP tls=" +
                   sPem + " a=A & B@y b=@z off c=@c off");
-    EXPECT_EQ(log.text(), "WARNING: ignoring package group named 'g' in config file line 12\n");
+    EXPECT_EQ(log.text(), "WARNING: ignoring package group named 'g' in config file line 11\n");
 }
 
 TEST(ParseConfigurationFile, failsAtTheFirstMalformedElement)
 {
     TempDir dir;
     const std::string sDir = dir.path();
-    const std::string sNoUri = "ERROR: no URI for repository 'a'\n";
     const std::string sTwice = "ERROR: more than one repository with same ID\n";
     const std::pair<std::string, std::string> vCases[] = {
         {"<repository><location href='x'/></repository>",
          "ERROR: no 'id' attribute in 'repository' element\n"},
         {"<repository id='a'><location/></repository>",
          "ERROR: no 'href' attribute in 'location' element\n"},
-        {"<repository id='a'/>", sNoUri},
-        {"<repository id='a'><location href=''/></repository>", sNoUri},
+        {"<repository id='a'><location href=''/></repository>",
+         "ERROR: no URI for repository 'a'\n"},
         {"<repository id='a'><name/><location href='x'/></repository>", ""},
         {k_sBase, sTwice},
         {"<repository id='kelo42'><location href='x'/></repository>", sTwice},
@@ -103,7 +100,6 @@ TEST(ParseConfigurationFile, failsAtTheFirstMalformedElement)
         {k_sRelease + "<package><name>a</name><name>b</name></package>" + k_sReleaseEnd, ""},
         {k_sRelease + k_sReleaseEnd, ""},
         {"<product><packages><addons><group><name/></group></addons></packages></product>", ""},
-        {"<product><name/></product>", ""},
         {"<user-agent><base/></user-agent>", ""},
         {"<user-agent><prodname/></user-agent>", ""},
         {"<tls/>", "ERROR: no 'trust' attribute in 'tls' element\n"},
@@ -117,7 +113,7 @@ TEST(ParseConfigurationFile, failsAtTheFirstMalformedElement)
         SCOPED_TRACE(sBody);
         LogCapture log(WARNING);
         Config config;
-        const std::string sAll = "<updater>" + k_sBase + sBody + k_sExtra + "</updater>";
+        const std::string sAll = inUpdater(k_sBase + sBody + k_sExtra);
         EXPECT_FALSE(parseConfigurationFile(config, dir.write("conf", sAll), false));
         EXPECT_EQ(describe(config), "2 base=@b");  // what stood in front of the failure
         EXPECT_EQ(log.text(), sLog);
@@ -126,30 +122,30 @@ TEST(ParseConfigurationFile, failsAtTheFirstMalformedElement)
 
 TEST(ParseConfigurationFile, refusesDocuments)
 {
-    TempDir dir;
-    LogCapture log(WARNING);
-    Config config;
-    EXPECT_FALSE(parseConfigurationFile(config, dir.file("none"), false));
-    EXPECT_EQ(log.text(), "ERROR: could not open configuration file '" + dir.file("none") + "'\n");
-    log.clear();
-    EXPECT_FALSE(parseConfigurationFile(config, dir.write("a", "<update><log/></update>"), true));
-    EXPECT_EQ(log.text(), "ERROR: bad top-level element, 'update' instead of 'updater'\n");
-    log.clear();
-
-    std::string sDeep;
+    std::string sDeep = "<updater>";
     for (int i = 0; i < 100000; ++i) {
         sDeep += "<log>";
     }
-    for (const std::string& sBad :
-         {std::string(), "<updater>" + k_sBase + std::string(9999, ' ') + "<log></updater>",
-          "<updater>" + sDeep,
-          std::string("<!DOCTYPE updater [<!ENTITY a 'xxxxxxxxxx'><!ENTITY b '&a;&b;'>]>"
-                      "<updater><product><name>&b;</name></product></updater>")}) {
-        SCOPED_TRACE(sBad.substr(0, 80));
-        EXPECT_FALSE(parseConfigurationFile(config, dir.write("b", sBad), false));
+    const std::string sLoop =
+        "<!DOCTYPE updater [<!ENTITY a 'x'><!ENTITY b '&a;&b;'>]>"
+        "<updater><product><name>&b;</name></product></updater>";
+    const std::string sCut = "<updater>" + k_sBase + std::string(9999, ' ') + "<log></updater>";
+    const std::tuple<std::string, const char*, const char*> vCases[] = {
+        {"", "2", ""},
+        {sDeep, "2", ""},
+        {sLoop, "2", ""},
+        {sCut, "2 base=@b", ""},
+        {"<update>" + k_sBase + "</update>", "2",
+         "ERROR: bad top-level element, 'update' instead of 'updater'\n"}};
+    TempDir dir;
+    for (const auto& [sText, pConfig, pLog] : vCases) {
+        SCOPED_TRACE(sText.substr(0, 80));
+        LogCapture log(WARNING);
+        Config config;
+        EXPECT_FALSE(parseConfigurationFile(config, dir.write("conf", sText), false));
+        EXPECT_EQ(describe(config), pConfig);
+        EXPECT_EQ(log.text(), pLog);
     }
-    EXPECT_EQ(describe(config), "2 base=@b");  // what stood in front of the failure
-    EXPECT_EQ(log.text(), "");
 }
 
 TEST(ParseConfigurationFile, mainFileReplacesRepositoriesAndAddsToLists)
@@ -157,28 +153,24 @@ TEST(ParseConfigurationFile, mainFileReplacesRepositoriesAndAddsToLists)
     const std::string sAddons =
         "<product><packages><addons><package><name>a</name></package></addons></packages></"
         "product>";
-    const std::string sLog = "<log><logger type='stderr'/></log>";
     TempDir dir;
     LogCapture log;
     Config config;
-    EXPECT_TRUE(parseConfigurationFile(
-        config,
-        dir.write("d", "<updater>" + sAddons + sLog + k_sBase + k_sBase + k_sExtra + "</updater>"),
-        true));
-    EXPECT_EQ(describe(config), "2 stderr addons=a, base=@b default extra=@e default");
-    EXPECT_THAT(log.text(), testing::HasSubstr("replacing default definition of repo 'base'\n"));
-    EXPECT_THAT(log.text(), testing::Not(testing::HasSubstr("no proxy configuration file")));
+    const std::string sDefaults =
+        "<log><logger type='stderr'/></log>" + sAddons + k_sBase + k_sBase + k_sExtra;
+    EXPECT_TRUE(parseConfigurationFile(config, dir.write("d", inUpdater(sDefaults)), true));
+    EXPECT_EQ(describe(config), "2 stderr addon=a base=@b default extra=@e default");
+    EXPECT_EQ(log.text().find("proxy"), std::string::npos);
     log.clear();
 
-    const std::string sMain = "<repository id='kelo42'><location href='m'/></repository>";
-    EXPECT_TRUE(parseConfigurationFile(
-        config, dir.write("m", "<updater><log/>" + sAddons + sMain + "</updater>"), false));
-    EXPECT_EQ(describe(config), "2 stderr addons=a,a, extra=@e default base=@m");
+    const std::string sMain = "<repository id='kelo42'><location href='m'/></repository><log/>";
+    EXPECT_TRUE(parseConfigurationFile(config, dir.write("m", inUpdater(sAddons + sMain)), false));
+    EXPECT_EQ(describe(config), "2 stderr addon=a addon=a extra=@e default base=@m");
     EXPECT_EQ(log.text(),
-              "DEBUG: no attribute 'level' for node 'log'\n"
               "DEBUG: replacing repo ID 'kelo42' by 'base' for backwards compatibility\n"
               "DEBUG: no attribute 'enabled' for node 'repository'\n"
               "DEBUG: replacing default definition of repo 'base'\n"
+              "DEBUG: no attribute 'level' for node 'log'\n"
               "DEBUG: no proxy configuration file '/etc/network/orvproxy.conf'\n");
 }
 
@@ -188,7 +180,7 @@ TEST(LoadConfiguration, laysTheCommandLineOnTop)
     const std::string sTwo = sLog + k_sBase + k_sOff + k_sExtra;
     const struct {
         std::string body;
-        std::vector<const char*> options;  ///< level, repository, URL; the rest is not given
+        std::vector<const char*> options;  ///< level, repository, URL, cache; null: not given
         std::string config;                ///< empty: the load fails
         std::string log;  ///< WARNING and above, behind the line about the defaults file
     } vCases[] = {
@@ -210,17 +202,28 @@ TEST(LoadConfiguration, laysTheCommandLineOnTop)
         {sLog, {nullptr, nullptr, "off"}, "", "ERROR: missing ':' in --repo-url option\n"},
         {sLog, {nullptr, nullptr, ":"}, "", "ERROR: missing ID in --repo-url option\n"},
         {sLog, {nullptr, nullptr, "off:"}, "", "ERROR: missing URL in --repo-url option\n"},
+        {sLog, {nullptr, nullptr, nullptr, "/c"}, "1 stderr cache=/c/", ""},
+        {sLog, {nullptr, nullptr, nullptr, "/c/"}, "1 stderr cache=/c/", ""},
+        {sLog,
+         {nullptr, nullptr, nullptr, ""},
+         "1 stderr cache=./",
+         "WARNING: cache dir empty, assuming './'\n"},
+        {sLog,
+         {nullptr, nullptr, nullptr, "c"},
+         "1 stderr cache=c/",
+         "WARNING: cache dir 'c' is not an absolute path\n"},
     };
     TempDir dir;
     for (auto test : vCases) {
         SCOPED_TRACE(test.config + test.log);
-        std::string sPath = dir.write("conf", "<updater>" + test.body + "</updater>");
-        test.options.resize(3);
+        std::string sPath = dir.write("conf", inUpdater(test.body));
+        test.options.resize(4);
         CommandLineOptions options;
         options.confFile = sPath.data();
         options.logLevel = const_cast<char*>(test.options[0]);
         options.repo = const_cast<char*>(test.options[1]);
         options.repoUrl = const_cast<char*>(test.options[2]);
+        options.cacheDir = const_cast<char*>(test.options[3]);
         LogCapture log(WARNING);
         Config config;
         EXPECT_EQ(loadConfiguration(options, config) ? describe(config) : "", test.config);
@@ -267,30 +270,14 @@ TEST(LoadConfiguration, copiesFlagsAndNumbers)
     }
 }
 
-TEST(LoadConfiguration, completesTheCacheDirectory)
+TEST(LoadConfiguration, stopsAtAMainFileThatIsNotThere)
 {
     TempDir dir;
-    std::string sPath = dir.write("conf", "<updater/>");
+    std::string sPath = dir.file("none");
     CommandLineOptions options;
     options.confFile = sPath.data();
     options.logToStderr = 1;
-    const std::tuple<const char*, const char*, const char*> vCases[] = {
-        {nullptr, "/var/cache/updater/", ""},
-        {"/c", "/c/", ""},
-        {"/c/", "/c/", ""},
-        {"", "./", "WARNING: cache dir empty, assuming './'\n"},
-        {"c", "c/", "WARNING: cache dir 'c' is not an absolute path\n"}};
-    for (const auto& [pGiven, pExpected, pWarning] : vCases) {
-        LogCapture log(WARNING);
-        options.cacheDir = const_cast<char*>(pGiven);
-        Config config;
-        EXPECT_TRUE(loadConfiguration(options, config));
-        EXPECT_EQ(config.cacheDir, pExpected);
-        EXPECT_EQ(log.text(), k_sNoDefaults + pWarning);
-    }
     LogCapture log;
-    sPath = dir.file("none");
-    options.confFile = sPath.data();
     Config config;
     EXPECT_FALSE(loadConfiguration(options, config));
     EXPECT_FALSE(config.logToStderr);  // no option is applied

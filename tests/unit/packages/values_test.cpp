@@ -152,19 +152,18 @@ TEST(TextForms, areThoseOfTheLog)
 TEST(DependencySet, isOrderedAndKeepsTheFirstOfEqualOnes)
 {
     std::vector<Dependency> vEntries;
-    for (const char* pEntry : {"foo >= 2.0", "foo >= 1.0", "foo = 1.0", "foo >= 1.0.", "foo < 1.0",
-                               "Foo", "fo", "foo < 1.0"}) {
-        vEntries.push_back(dep(pEntry));
+    DependencySet one;
+    for (int i = 0; i < 48; ++i) {  // so many that an unstable sort would show
+        const char* const vTexts[] = {"foo >= 2.0", "foo >= 1.0", "foo = 1.0", "foo >= 1.0.",
+                                      "foo < 1.0",  "Foo",        "fo",        "foo < 1.0"};
+        vEntries.push_back(dep(vTexts[i % 8]));
+        one.insert(vEntries.back());
     }
     const char* const pExpected = "Foo, fo, foo < 0:1.0, foo = 0:1.0, foo >= 0:1.0, foo >= 0:2.0, ";
-    DependencySet one;
-    for (const Dependency& entry : vEntries) {
-        one.insert(entry);
-    }
     EXPECT_EQ(allOf(one, dependencyText), pExpected);
     DependencySet all;
-    all.insertAll({vEntries.begin(), vEntries.begin() + 3});
-    all.insertAll({vEntries.begin() + 3, vEntries.end()});
+    all.insertAll(vEntries);
+    all.insertAll({dep("foo = 1.0."), dep("foo < 1.0.")});
     EXPECT_EQ(allOf(all, dependencyText), pExpected);
     EXPECT_EQ(dependencyText(*all.lowerBound(dep("foo"))), "foo < 0:1.0");
     const auto next = all.erase(all.lowerBound(dep("foo = 1.0")));

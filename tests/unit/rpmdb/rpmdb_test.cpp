@@ -67,9 +67,9 @@ TEST_F(RpmDBTest, readsAllPackages)
     auto packages = db.installedPackages();
     ASSERT_NE(packages, nullptr);  // an empty database is no failure
     EXPECT_TRUE(packages->empty());
+    install({{"foo", "2"}});
     EXPECT_FALSE(db.hasPublicKeys());
-
-    install({{"foo", "2"}, {"gpg-pubkey", "9f1a2c00"}, {"bar", "1"}, {"foo", "1"}});
+    install({{"gpg-pubkey", "9f1a2c00"}, {"bar", "1"}, {"foo", "1"}});
     packages = db.installedPackages();
     ASSERT_NE(packages, nullptr);
     std::string sAll;

@@ -75,9 +75,11 @@ TEST(LogMessage, evaluatesArgumentsOnlyAboveTheThresholdAndKeepsErrno)
     int iCalls = 0;
     logMessage(INFO, "%i", ++iCalls);
     EXPECT_EQ(iCalls, 0);
+    Logger::instance().addFile("/dev/full", TRACE, true);  // a write that fails, and is ignored
     errno = EACCES;
     logMessage(WARNING, "%i %s", ++iCalls, errnoText().c_str());
     EXPECT_EQ(errno, EACCES);
+    Logger::instance().removeFile("/dev/full");
     EXPECT_EQ(log.text(), "WARNING: 1 Permission denied\n");
 }
 
