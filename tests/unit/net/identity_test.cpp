@@ -74,22 +74,16 @@ TEST(Identity, readsTheBlocksOfTheFirstGoodFiles)
 
 TEST(Identity, mapsBlocksToThePassword)
 {
-    const struct {
-        Board board;
-        std::string core;  ///< stamp of the first block
-        std::string base;  ///< stamp of the second block
-        std::string mended;
-    } vCases[] = {{BoardQuorax, "02-00", "02-12", "02-12"},
-                  {BoardOther, "02-00", "02-12", "02-00"},
-                  {BoardQuorax, "02-00", "02-11", "02-00"},
-                  {BoardQuorax, "02-01", "02-12", "02-01"}};
-    for (const auto& test : vCases) {
+    const auto mendedStamp = [](Board eBoard, const std::string& sCore, const std::string& sBase) {
         const std::string sHead(11, 'x');
-        const std::string sTail = "12345" + sHead + test.base + "12345";
-        std::string sBlocks = sHead + test.core + sTail;
-        mendDataBlocks(test.board, sBlocks);
-        EXPECT_EQ(sBlocks, sHead + test.mended + sTail);
-    }
+        std::string sBlocks = sHead + sCore + "12345" + sHead + sBase + "12345";
+        mendDataBlocks(eBoard, sBlocks);
+        return sBlocks.substr(11, 5);
+    };
+    EXPECT_EQ(mendedStamp(BoardQuorax, "02-00", "02-12"), "02-12");
+    EXPECT_EQ(mendedStamp(BoardOther, "02-00", "02-12"), "02-00");
+    EXPECT_EQ(mendedStamp(BoardQuorax, "02-00", "02-11"), "02-00");
+    EXPECT_EQ(mendedStamp(BoardQuorax, "02-01", "02-12"), "02-01");
     LogCapture log(TRACE);
     std::string sPassword = "old";
     ASSERT_TRUE(passwordFromBlocks(std::string(21, 'A') + std::string(21, 'B'), sPassword));
