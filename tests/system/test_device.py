@@ -105,8 +105,8 @@ def test_damaged_packages_are_damaged_as_told(shell, tmp_path):
     shell.import_key()
     good, = build(Package("app", "1-1"))
     shell.write("/srv/good.rpm", good.read_bytes())
-    kinds = {"payload": "PAYLOAD", "cut": "PAYLOAD", "header": "HEADER", "signature": "BAD", "cut header": "", "text": "",
-             "empty": ""}
+    kinds = {"payload": "PAYLOAD", "cut": "PAYLOAD", "header": "HEADER", "signature": "BAD", "cut header": "",
+             "text": "", "empty": ""}
     for kind in kinds:
         copy = damaged(good, kind, tmp_path / kind)
         shell.write(f"/srv/{kind}.rpm", copy.read_bytes())

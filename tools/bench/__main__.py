@@ -61,14 +61,16 @@ def _bench_check() -> list[str]:
     base = table[1]["cpu"]
     ends = [_judged(table[0]["cpu"] / base, 1.5, "at most 1.50") + "; "
             + _judged(table[0]["memory"], 100, "at most 100 MiB"), "", ""]
-    lines += [f"{COUNTS[-1]:,} packages, primary file of {size:.0f} MiB, {generate.INSTALLED:,} installed, {report}", "",
+    lines += [f"{COUNTS[-1]:,} packages, primary file of {size:.0f} MiB, {generate.INSTALLED:,} installed, {report}",
+              "",
               f"{'':36}{'cpu':>9}{'wall':>9}{'ratio':>8}{'memory':>11}"]
     for name, row, end in zip((CHECK.removeprefix("/device/bin/"), "xmllint --stream --noout", "sha1sum"), table, ends):
         lines.append(f"{name:36}{row['cpu']:7.2f} s{row['wall']:7.2f} s{row['cpu'] / base:8.2f}"
                      f"{row['memory']:7.0f} MiB  {end}".rstrip())
     lines += ["", f"{'packages':>12}{'cpu':>9}{'a package':>12}{'ratio':>8}{'memory':>11}"]
     for count, row, ratio in each:
-        lines.append(f"{count:12,}{row['cpu']:7.2f} s{row['cpu'] / count * 1e6:9.1f} us{ratio:8.2f}{row['memory']:7.0f} MiB")
+        lines.append(f"{count:12,}{row['cpu']:7.2f} s{row['cpu'] / count * 1e6:9.1f} us{ratio:8.2f}"
+                     f"{row['memory']:7.0f} MiB")
     growth = each[-1][2] / each[-2][2]
     lines.append(_judged(growth, 1.1, f"the ratio grows by a factor of {growth:.2f} from {COUNTS[-2]:,} to "
                                       f"{COUNTS[-1]:,} packages, at most 1.10"))

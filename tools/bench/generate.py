@@ -21,8 +21,8 @@ WORDS = ("the package holds files needed to develop applications with a library 
 
 
 def _name(number: int) -> str:
-    base = len(SYLLABLES)
-    return f"{SYLLABLES[number % base]}-{SYLLABLES[number // base % base]}{SYLLABLES[number // base ** 2 % base]}-{number}"
+    first, second, third = (SYLLABLES[number // step % len(SYLLABLES)] for step in (1, 20, 400))
+    return f"{first}-{second}{third}-{number}"
 
 
 def _library(number: int) -> str:
@@ -84,7 +84,8 @@ def _package(number: int) -> str:
     digest = hashlib.sha1(name.encode()).hexdigest()
     size = chance.randrange(10_000, 5_000_000)
     description = " ".join(chance.choices(WORDS, k=chance.randrange(20, 100))).capitalize()
-    files = "\n".join(f"    <file>/usr/{place}/{name}</file>" for place in chance.sample(("bin", "sbin", "etc", "lib"), 2))
+    places = chance.sample(("bin", "sbin", "etc", "lib"), 2)
+    files = "\n".join(f"    <file>/usr/{place}/{name}</file>" for place in places)
     return f"""<package type="rpm">
   <name>{name}</name>
   <arch>noarch</arch>

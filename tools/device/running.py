@@ -9,6 +9,8 @@ from collections.abc import Iterable
 from pathlib import Path
 
 STATUS_FILE = "/var/lib/updater/status"
+STUBS = "/device/bin/rpm|/device/bin/telinit|/device/bin/shutdown|/usr/lib/updater/hook"
+AT = "(?:AT_FDCWD[^,]*, )?"
 
 
 class SanitizerError(AssertionError):
@@ -103,13 +105,13 @@ def events_of(lines: Iterable[str]) -> list[str]:
             words[written[1]] = written[2]
         elif re.search(r"\) += 0$", call) is None:
             continue
-        elif renamed := re.match(rf'rename\w*\((?:AT_FDCWD[^,]*, )?"([^"]+)", (?:AT_FDCWD[^,]*, )?"{STATUS_FILE}"', call):
+        elif renamed := re.match(rf'rename\w*\({AT}"([^"]+)", {AT}"{STATUS_FILE}"', call):
             events.append(words.get(renamed[1], "?"))
         elif re.match(rf"f(data)?sync\(\d+<{STATUS_FILE}>", call):
             events.append("fsync")
         elif call.startswith("sync("):
             events.append("sync")
-        elif stub := re.match(r'execve\("(?:/device/bin/(?:rpm|telinit|shutdown)|/usr/lib/updater/hook)", \[(.*?)\], ', call):
+        elif stub := re.match(rf'execve\("(?:{STUBS})", \[(.*?)\], ', call):
             words_of_call = re.findall(r'"([^"]*)"', stub[1])
             events.append(" ".join(word.rpartition("/")[2] for word in words_of_call))
     return events
