@@ -14,4 +14,5 @@ enum class Background {
 ///
 /// @param pMode   the mode word to report.
 /// @param pLogTo  the log file that the parent is to let go; null for none.
-Background goToBackground(const Config& config, const char* pMode, const char* pLogTo);
+[[nodiscard]] Background goToBackground(const Config& config, const char* pMode,
+                                        const char* pLogTo);

@@ -16,7 +16,7 @@ namespace {
 /// Tries until the lock is held, the time is over or a signal is noted.
 ///
 /// @param iAttempts  set to the number of attempts made.
-/// @return           false with errno of the last attempt.
+/// @return           false with errno of the last attempt, unless a signal is noted.
 bool waitForLock(int iFd, int iLockTimeout, int& iAttempts)
 {
     struct flock lock = {};
@@ -33,9 +33,7 @@ bool waitForLock(int iFd, int iLockTimeout, int& iAttempts)
             logMessage(INFO, "cache lock held by another instance, will timeout in %i secs",
                        iLockTimeout - iAttempts + 1);
         }
-        const int iReason = errno;
         sleep(1);
-        errno = iReason;
         if (signalNoted != 0) {
             return false;
         }

@@ -10,9 +10,8 @@ inline constexpr const char* k_pLockFile = "/var/lock/updater";
 /// signal is noted. The file then holds our PID, for readers only.
 ///
 /// @param iLockTimeout  seconds to wait; 0 and less makes a single attempt.
-/// @return              true if the lock is held, until the process ends; else false, with the
-/// reason
-///                      logged unless a signal is noted.
+/// @return              true if the lock is held, until the process ends; else false, logged unless
+///                      a signal ended the wait.
 [[nodiscard]] bool acquireCacheLock(int iLockTimeout, const std::string& sPath = k_pLockFile);
 
 /// Fills a buffer with bytes of the system's random number generator.

@@ -1,6 +1,5 @@
 #include "control/libraries.h"
 
-#include "control/options.h"
 #include "control/result.h"
 #include "support/logger.h"
 #include "support/xml.h"
@@ -48,6 +47,7 @@ bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameS
     std::set_new_handler(outOfMemory);
     xmlCheckVersion(LIBXML_VERSION);
     refuseExternalEntities();
+    markLibraryMessages();
     ne_oom_callback(outOfMemory);
     if (ne_sock_init() != 0) {
         logMessage(ERROR, "failed initializing (neon)");
@@ -61,8 +61,8 @@ bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameS
     } else {
         logMessage(WARNING, "failed opening /dev/null output");
     }
-    OptionTable vTable = optionTable(options);
-    m_pContext = rpmcliInit(argc, argv, vTable.data());
+    m_vOptions = optionTable(options);
+    m_pContext = rpmcliInit(argc, argv, m_vOptions.data());
     if (m_pContext == nullptr) {
         logMessage(ERROR, "failed initializing (rpm)");
         return false;

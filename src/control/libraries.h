@@ -1,6 +1,7 @@
 #pragma once
 
 #include "config/config.h"
+#include "control/options.h"
 #include "packages/dependency.h"
 
 #include <popt.h>
@@ -25,11 +26,12 @@ public:
     [[nodiscard]] bool start(int argc, char* argv[], CommandLineOptions& options,
                              NameSet& packageNames);
 
-    /// Shuts down what was started. No rpm database and no metadata can be read after it.
+    /// Shuts down what was started, once. No rpm database and no metadata can be read after it.
     void stop();
 
 private:
     bool m_bNeonStarted = false;
+    OptionTable m_vOptions = {};  ///< the context points at it
     poptContext m_pContext = nullptr;
     std::FILE* m_pNull = nullptr;  ///< /dev/null, for what rpm prints itself
 };

@@ -9,6 +9,8 @@
 
 #include <unistd.h>
 
+#include <string>
+
 namespace {
 
 /// Gets the packages into the cache. A termination signal during the transfer simply ends the
@@ -99,8 +101,7 @@ int runRpm(const Config& config, const PackageSet& updateSet)
     if (signalNoted != 0) {
         return ResultError;
     }
-    // The last exit at which nothing has happened to the system lies behind us: a signal that is
-    // noted from here on is not looked at until the pass has ended.
+    // A signal that is noted from here on is not looked at until the pass has ended.
     if (!writeStatus(config.test ? TESTING : UPDATING) || !syncStatus()) {
         logMessage(ERROR, "failed setting status file for launching rpm, cannot continue");
         return ResultError;
@@ -125,8 +126,8 @@ int installPackages(const Config& config, const Repository& repository, const Pa
         iRet = verifyPackages(config, updateSet);
     }
     if (iRet == ResultOk) {
-        const std::string sCount = std::to_string(static_cast<unsigned>(updateSet.size()));
-        iRet = runHook(config.test ? "test" : "update", sCount.c_str());
+        const std::string sCountText = std::to_string(static_cast<unsigned>(updateSet.size()));
+        iRet = runHook(config.test ? "test" : "update", sCountText.c_str());
     }
     return iRet == ResultOk ? runRpm(config, updateSet) : iRet;
 }

@@ -15,7 +15,7 @@ PassPlan::PassPlan(const Config& config, const NameSet& packageNames)
 PassPlan::Pass PassPlan::beginPass()
 {
     Pass pass = {m_config, {}};
-    pass.rules.includeNames = m_bRetry ? NameSet{k_pProgramName} : m_packageNames;
+    pass.rules.includeNames = m_bUpdaterOnly ? NameSet{k_pProgramName} : m_packageNames;
     pass.rules.pullNames = m_pullNames;
     pass.config.cacheOnly = pass.config.cacheOnly || m_uPass > 0;
     if (m_bTwoPass) {
@@ -56,12 +56,12 @@ bool PassPlan::endPass(const Pass& pass, int iResult, unsigned uPackageCount)
         m_uTotalCount += uPackageCount;
     }
     if (m_iOutcome == ResultRetryUpdater) {
-        if (m_bRetry) {
+        if (m_bUpdaterOnly) {
             m_iOutcome = ResultError;
         } else {
             fallBack();
         }
-    } else if (m_iOutcome == ResultOk && m_bRetry && uPackageCount == 0) {
+    } else if (m_iOutcome == ResultOk && m_bUpdaterOnly && uPackageCount == 0) {
         m_iOutcome = ResultError;  // without a newer updater nothing has been mended
     } else if (m_iOutcome == ResultReboot) {
         m_bRebootDue = true;
@@ -77,14 +77,14 @@ void PassPlan::fallBack()
     if (!m_config.quiet) {
         logMessage(INFO, "--- RETRY UPDATER ONLY ---");
     }
-    m_bRetry = true;
+    m_bUpdaterOnly = true;
     m_bTwoPass = false;
 }
 
 bool PassPlan::passesAddUp() const
 {
     const bool bWentWell = m_iOutcome == ResultOk || m_iOutcome == ResultReboot;
-    return !bWentWell || m_bRetry || m_config.checkOnly || m_config.test ||
+    return !bWentWell || m_bUpdaterOnly || m_config.checkOnly || m_config.test ||
            m_uTotalCount >= m_uFirstCount;
 }
 

@@ -38,8 +38,8 @@ private:
     const Config& m_config;
     NameSet m_packageNames;
     NameSet m_pullNames;
-    bool m_bRetry = false;  ///< switched to the updater package alone
-    bool m_bTwoPass;        ///< the plan of check, pass 1 and pass 2 is still running
+    bool m_bUpdaterOnly = false;  ///< switched to the updater package alone
+    bool m_bTwoPass;              ///< the plan of check, pass 1 and pass 2 is still running
     unsigned m_uPass = 0;
     unsigned m_uFirstCount = 0;
     unsigned m_uTotalCount = 0;

@@ -5,6 +5,7 @@
 
 #include <array>
 #include <map>
+#include <string>
 
 volatile std::sig_atomic_t signalNoted = 0;
 volatile std::sig_atomic_t notedSignal = 0;
@@ -61,9 +62,9 @@ bool setSignal(int iSignal, bool bIgnore)
     }
     SignalEntry entry = {iSignal, pHandler, {}};
     if (sigaction(iSignal, &action, &entry.saved) != 0) {
+        const std::string sReason = errnoText();
         rpmsignal::enable(-iSignal, nullptr);
-        logMessage(ERROR, "failed installing handler for signal %i (%s)", iSignal,
-                   errnoText().c_str());
+        logMessage(ERROR, "failed installing handler for signal %i (%s)", iSignal, sReason.c_str());
         return false;
     }
     signalTable.emplace(iSignal, entry);

@@ -108,7 +108,11 @@ bool writeStatus(Status status, const std::string& sPath)
 bool syncStatus(const std::string& sPath)
 {
     const FileDescriptor file(open(sPath.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!file.isOpen() || fsync(file.get()) != 0) {
+    const std::string sDirectory = sPath.substr(0, sPath.rfind('/') + 1);
+    const FileDescriptor directory(open(sDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    // The directory as well: not on every file system does a file bring its new name along.
+    if (!file.isOpen() || fsync(file.get()) != 0 || !directory.isOpen() ||
+        fsync(directory.get()) != 0) {
         logMessage(ERROR, "failed to sync status file: %s", errnoText().c_str());
         return false;
     }

@@ -26,10 +26,11 @@ inline constexpr const char* k_pStatusFile = "/var/lib/updater/status";
 /// Replaces the status file in one step (a temporary file beside it, renamed): a reader finds the
 /// old word or the new one. Does not force anything to disk.
 ///
-/// @return false if that failed (logged at DEBUG); the file is as it was, and nothing is left over.
+/// @return false if that failed (logged, for the system's reasons at DEBUG); the file is as it was,
+///         and nothing is left over.
 [[nodiscard]] bool writeStatus(Status status, const std::string& sPath = k_pStatusFile);
 
-/// Forces the status file to disk.
+/// Forces the status file, with its name, to disk.
 ///
 /// @return false if that failed (logged at ERROR).
 [[nodiscard]] bool syncStatus(const std::string& sPath = k_pStatusFile);

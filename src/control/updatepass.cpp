@@ -6,11 +6,13 @@
 #include "support/files.h"
 #include "support/logger.h"
 
+#include <string>
+
 namespace {
 
 /// Brings the repository's metadata into memory. A termination signal during a fetch simply ends
 /// the process.
-bool getMetadata(const Config& config, Repository& repository)
+[[nodiscard]] bool getMetadata(const Config& config, Repository& repository)
 {
     if (config.cacheOnly) {
         if (!repository.load()) {
@@ -34,8 +36,8 @@ bool getMetadata(const Config& config, Repository& repository)
 /// @param unsatisfied  filled with the requires that are missing in the end.
 /// @return             true if the set can be installed. Missing files are left to rpm, which knows
 ///                     the file lists. A noted signal ends the work early.
-bool closeUpdateSet(const Resolver& resolver, const PackageSet& available, PackageSet& updateSet,
-                    DependencySet& unsatisfied)
+[[nodiscard]] bool closeUpdateSet(const Resolver& resolver, const PackageSet& available,
+                                  PackageSet& updateSet, DependencySet& unsatisfied)
 {
     while (!resolver.checkDependencies(updateSet, unsatisfied)) {
         if (!Resolver::resolveDependencies(available, unsatisfied, updateSet)) {

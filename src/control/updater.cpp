@@ -13,6 +13,7 @@
 #include "net/urlfetcher.h"
 #include "support/logger.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <syslog.h>
 #include <unistd.h>
@@ -22,6 +23,7 @@
 #include <csignal>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 namespace {
 
@@ -41,13 +43,24 @@ struct Process {
     Libraries libraries;
 };
 
+/// Opens /dev/null on each standard stream that the caller has closed: a log file or the lock file
+/// would take its number, and with it all that is written there.
+void openStandardStreams()
+{
+    for (const int iFd : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(iFd, F_GETFD) < 0 && open("/dev/null", O_RDWR) < 0) {
+            return;  // nothing to be done about it, and nowhere to tell it
+        }
+    }
+}
+
 /// From the first line to the working directory: a failure here ends the process without an exit
 /// line.
-bool startUp(int argc, char* argv[], Process& process)
+[[nodiscard]] bool startUp(int argc, char* argv[], Process& process)
 {
-    const char* pSlash = std::strrchr(argv[0], '/');
+    const std::string_view sProgram = argc > 0 ? argv[0] : k_pProgramName;
     Logger& logger = Logger::instance();
-    logger.setName(pSlash != nullptr ? pSlash + 1 : argv[0]);
+    logger.setName(std::string(sProgram.substr(sProgram.rfind('/') + 1)));
     if (!installSignalHandlers() ||
         !process.libraries.start(argc, argv, process.options, process.packageNames)) {
         return false;
@@ -182,6 +195,7 @@ int shutDown(Process& process, int iRet)
 
 int main(int argc, char* argv[])
 {
+    openStandardStreams();
     Process process;
     if (!startUp(argc, argv, process)) {
         return ResultError;

@@ -9,10 +9,9 @@
 #include "repository/repository.h"
 #include "support/logger.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 
 namespace {
 
@@ -33,7 +32,7 @@ const RepoConfig* activeRepository(const Config& config)
 }
 
 /// Waits a random time, so that many devices do not ask one server at once.
-bool delayRun(int iMaxWaitTime)
+[[nodiscard]] bool delayRun(int iMaxWaitTime)
 {
     unsigned uSeed = 0;
     if (!gatherRandomBytes(&uSeed, sizeof(uSeed))) {
@@ -44,7 +43,8 @@ bool delayRun(int iMaxWaitTime)
     const auto uDelay = static_cast<unsigned>(randomDelay(iMaxWaitTime, rand()));
     logMessage(INFO, "waiting %u secs before connection", uDelay);
     recordStatus(DELAYING);
-    if (sleep(uDelay) != 0) {
+    const timespec delay = {static_cast<time_t>(uDelay), 0};
+    if (nanosleep(&delay, nullptr) != 0) {
         logMessage(ERROR, "wait interrupted");
     }
     return true;

@@ -10,7 +10,6 @@
 /// a way that a newer updater may mend is followed by a last one for the `updater` package alone.
 ///
 /// @param packageNames  if not empty, only these packages are considered.
-/// @return              ResultOk, ResultError, ResultFatal or ResultReboot; what a failed first
-/// hook
-///                      returned.
+/// @return              ResultOk, ResultError, ResultFatal or ResultReboot, or what a failed
+///                      first hook returned.
 [[nodiscard]] int runUpdate(const Config& config, const NameSet& packageNames);

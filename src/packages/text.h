@@ -19,7 +19,8 @@ public:
     Text(const char* pText) : Text(std::string_view(pText)) {}
 
     [[nodiscard]] std::string_view view() const;
-    [[nodiscard]] const char* c_str() const { return view().data(); }  ///< null-terminated
+    /// Null-terminated. Named as in std::string. NOLINTNEXTLINE(readability-identifier-naming)
+    [[nodiscard]] const char* c_str() const { return view().data(); }
     [[nodiscard]] std::string str() const { return std::string(view()); }
     [[nodiscard]] bool empty() const { return m_uId == 0; }
 

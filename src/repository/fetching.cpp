@@ -53,32 +53,32 @@ bool Repository::update(const std::string& sUri)
     if (!sUri.empty()) {
         setUri(sUri);
     }
-    if (uri.empty()) {
+    if (m_sUri.empty()) {
         logMessage(ERROR, "no repository URI set, cannot update");
         return false;
     }
-    resources.clear();
+    m_resources.clear();
     packages.clear();
-    if (!ensureDirectory(cacheDir)) {
+    if (!ensureDirectory(m_sCacheDir)) {
         return false;
     }
     ItemNotify notifier(2);  // outlives the sessions that report to it
     Downloader downloader;
-    if (!openDownloader(downloader, uri)) {
+    if (!openDownloader(downloader, m_sUri)) {
         return false;
     }
     downloader.setNotifier(&notifier);
-    if (!downloader.download(k_pIndexLocation, cacheDir + baseName(k_pIndexLocation), true)) {
+    if (!downloader.download(k_pIndexLocation, m_sCacheDir + baseName(k_pIndexLocation), true)) {
         logResourceFailure(k_pIndexLocation);
         return false;
     }
     notifier.itemDone();
-    if (!parseRepomd(cacheDir, resources)) {
+    if (!parseRepomd(m_sCacheDir, m_resources)) {
         logMessage(ERROR, "failed parsing repository metadata from '%s'", k_pIndexLocation);
         return false;
     }
-    const auto primary = resources.find("primary");
-    if (primary == resources.end()) {
+    const auto primary = m_resources.find("primary");
+    if (primary == m_resources.end()) {
         logMessage(ERROR, "no 'primary' entry in repository metadata");
         return false;
     }
@@ -107,16 +107,16 @@ bool Repository::fetchResource(Downloader& downloader, const RepoResource& resou
 
 bool Repository::fetchPackages(const PackageSet& updateSet) const
 {
-    if (uri.empty()) {
+    if (m_sUri.empty()) {
         logMessage(ERROR, "no repository URI set, cannot get packages");
         return false;
     }
-    if (!ensureDirectory(packagesDir)) {
+    if (!ensureDirectory(m_sPackagesDir)) {
         return false;
     }
     ItemNotify notifier(static_cast<int>(updateSet.size()));
     Downloader downloader;
-    if (!openDownloader(downloader, uri)) {
+    if (!openDownloader(downloader, m_sUri)) {
         return false;
     }
     downloader.setNotifier(&notifier);

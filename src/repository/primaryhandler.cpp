@@ -261,20 +261,21 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startFormatChild(const Start
     if (sName == "group") {
         return firstTime(m_draft.hasGroup) ? std::optional(Kind::GROUP) : std::nullopt;
     }
+    m_vEntries.clear();
+    const Text sPackage = m_draft.package.name;
     if (sName == "provides") {
-        return startList(tag, Kind::PROVIDES);
+        logMessage(TRACE, "parsing rpm provides for '%s'", sPackage.c_str());
+        return Kind::PROVIDES;
     }
     if (sName == "requires") {
-        return startList(tag, Kind::REQUIRES);
+        logMessage(TRACE, "parsing rpm requires for '%s'", sPackage.c_str());
+        return Kind::REQUIRES;
     }
-    return sName == "obsoletes" ? startList(tag, Kind::OBSOLETES) : Kind::IGNORED;
-}
-
-PrimaryHandler::Kind PrimaryHandler::startList(const StartTag& tag, Kind kind)
-{
-    logMessage(TRACE, "parsing rpm %s for '%s'", tag.name, m_draft.package.name.c_str());
-    m_vEntries.clear();
-    return kind;
+    if (sName == "obsoletes") {
+        logMessage(TRACE, "parsing rpm obsoletes for '%s'", sPackage.c_str());
+        return Kind::OBSOLETES;
+    }
+    return Kind::IGNORED;
 }
 
 std::optional<PrimaryHandler::Kind> PrimaryHandler::startEntry(const StartTag& tag)

@@ -74,8 +74,6 @@ private:
     std::optional<Kind> startPackageChild(const StartTag& tag);
     std::optional<Kind> startFormatChild(const StartTag& tag);
     std::optional<Kind> startEntry(const StartTag& tag);
-    Kind startList(const StartTag& tag, Kind kind);
-    void endFormat();
     [[nodiscard]] bool endText(Kind kind);
     void endList(Kind kind);
     [[nodiscard]] bool endPackage();

@@ -49,29 +49,29 @@ bool removeEntries(DIR* pDirectory, const std::string& sPath)
 }  // namespace
 
 Repository::Repository(const Config& allConfig, const RepoConfig& repoConfig)
-    : config(&repoConfig),
-      cacheDir(allConfig.cacheDir + repoConfig.id + "/"),
-      packagesDir(cacheDir + "packages/")
+    : m_pConfig(&repoConfig),
+      m_sCacheDir(allConfig.cacheDir + repoConfig.id + "/"),
+      m_sPackagesDir(m_sCacheDir + "packages/")
 {
     setUri(repoConfig.uri);
 }
 
 Repository::~Repository()
 {
-    logMessage(DEBUG, "destroyed repository '%s' with cache dir '%s'", config->id.c_str(),
-               cacheDir.c_str());
+    logMessage(DEBUG, "destroyed repository '%s' with cache dir '%s'", m_pConfig->id.c_str(),
+               m_sCacheDir.c_str());
 }
 
 void Repository::setUri(const std::string& sUri)
 {
-    uri = sUri.starts_with('/') ? "file://" + sUri : sUri;
+    m_sUri = sUri.starts_with('/') ? "file://" + sUri : sUri;
 }
 
 bool Repository::load()
 {
-    resources.clear();
+    m_resources.clear();
     packages.clear();
-    if (!parseRepomd(cacheDir, resources)) {
+    if (!parseRepomd(m_sCacheDir, m_resources)) {
         logMessage(ERROR, "failed parsing repository metadata from '%s'", k_pIndexLocation);
         return false;
     }
@@ -80,8 +80,8 @@ bool Repository::load()
 
 bool Repository::loadPrimary(bool bVerify)
 {
-    const auto primary = resources.find("primary");
-    if (primary == resources.end()) {
+    const auto primary = m_resources.find("primary");
+    if (primary == m_resources.end()) {
         logMessage(ERROR, "no 'primary' entry in repository metadata");
         return false;
     }
@@ -89,7 +89,7 @@ bool Repository::loadPrimary(bool bVerify)
         logMessage(ERROR, "invalid checksum on '%s'", primary->location.c_str());
         return false;
     }
-    if (!parsePrimary(primary->localPath, packagesDir, packages)) {
+    if (!parsePrimary(primary->localPath, m_sPackagesDir, packages)) {
         logMessage(ERROR, "failed parsing repository resource '%s'", primary->location.c_str());
         return false;
     }
@@ -98,15 +98,15 @@ bool Repository::loadPrimary(bool bVerify)
 
 bool Repository::cleanPackages() const
 {
-    logMessage(DEBUG, "removing packages from repository cache '%s'", packagesDir.c_str());
-    const Directory directory(opendir(packagesDir.c_str()));
+    logMessage(DEBUG, "removing packages from repository cache '%s'", m_sPackagesDir.c_str());
+    const Directory directory(opendir(m_sPackagesDir.c_str()));
     if (directory == nullptr) {
         if (errno == ENOENT) {
             return true;
         }
-        logMessage(ERROR, "could not clean packages from '%s' (%s)", packagesDir.c_str(),
+        logMessage(ERROR, "could not clean packages from '%s' (%s)", m_sPackagesDir.c_str(),
                    errnoText().c_str());
         return false;
     }
-    return removeEntries(directory.get(), packagesDir);
+    return removeEntries(directory.get(), m_sPackagesDir);
 }

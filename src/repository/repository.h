@@ -23,7 +23,7 @@ public:
 
     /// Sets the URI in force; an absolute path becomes a file: URI.
     void setUri(const std::string& sUri);
-    [[nodiscard]] bool isFileUri() const { return uri.starts_with("file:"); }
+    [[nodiscard]] bool isFileUri() const { return m_sUri.starts_with("file:"); }
 
     /// Reads the metadata that lie in the cache, and tests them against the index.
     [[nodiscard]] bool load();
@@ -53,9 +53,9 @@ private:
     [[nodiscard]] bool loadPrimary(bool bVerify);
     [[nodiscard]] static bool fetchResource(Downloader& downloader, const RepoResource& resource);
 
-    const RepoConfig* config;  ///< not owned
-    std::string cacheDir;      ///< ends in a slash
-    std::string packagesDir;   ///< ends in a slash
-    std::string uri;
-    ResourceSet resources;  ///< of the index last read
+    const RepoConfig* m_pConfig;  ///< not owned
+    std::string m_sCacheDir;      ///< ends in a slash
+    std::string m_sPackagesDir;   ///< ends in a slash
+    std::string m_sUri;
+    ResourceSet m_resources;  ///< of the index last read
 };

@@ -1,8 +1,14 @@
 #include "support/xml.h"
 
+#include "support/files.h"
 #include "support/logger.h"
 
 #include <libxml/parser.h>
+#include <libxml/xmlerror.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
 
 namespace {
 
@@ -16,7 +22,31 @@ xmlParserInputPtr refuseEntity(const char* /*pUrl*/, const char* /*pId*/, xmlPar
     return nullptr;
 }
 
+/// Takes the pieces of a message in; prints each line when it is complete.
+__attribute__((format(printf, 2, 3))) void printMarked(void* /*pContext*/, const char* pFormat, ...)
+{
+    static std::string s_sLine;
+    std::array<char, 1024> vPiece;
+    va_list vArguments;
+    va_start(vArguments, pFormat);
+    const int iLength = std::vsnprintf(vPiece.data(), vPiece.size(), pFormat, vArguments);
+    va_end(vArguments);
+    for (const char* p = vPiece.data(); iLength > 0 && *p != '\0'; ++p) {
+        if (*p == '\n') {
+            std::fprintf(stderr, "libxml2: %s\n", s_sLine.c_str());
+            s_sLine.clear();
+        } else {
+            s_sLine += hasControlCharacter({p, 1}) ? '?' : *p;
+        }
+    }
+}
+
 }  // namespace
+
+void markLibraryMessages()
+{
+    xmlSetGenericErrorFunc(nullptr, printMarked);
+}
 
 XmlReader openXmlReader(const std::string& sPath)
 {

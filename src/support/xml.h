@@ -24,6 +24,10 @@ using XmlReader = std::unique_ptr<xmlTextReader, XmlReaderDeleter>;
 /// it a document could pull local files into its text.
 void refuseExternalEntities();
 
+/// Puts "libxml2: " in front of every line that libxml2 prints on standard error, and question marks
+/// in place of control characters: it quotes the document, which could otherwise forge a line of ours.
+void markLibraryMessages();
+
 /// Reads an attribute that carries no namespace prefix.
 ///
 /// @param sValue  set to its value, which may be empty; unchanged on failure.

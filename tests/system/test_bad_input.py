@@ -75,6 +75,15 @@ def test_index(device, content, lines):
     assert (result.returncode, result.lines[-1], device.status, device.installed()) == (1, EXIT, "READY", OLD_STATE)
 
 
+def test_what_the_xml_library_says_cannot_be_taken_for_our_log(device):
+    set_up(device)
+    device.write(INDEX, f"<repomd {REPO}>\nINFO: --- EXIT OK ---<<\n")
+    result = device.run()
+    said = [line for line in result.lines if not line.startswith(("INFO: ", "ERROR: "))]
+    assert said and all(line.startswith("libxml2: ") for line in said)
+    assert result.reports == ["--- MODE update ---", "--- EXIT ERROR ---"]
+
+
 def test_a_changed_primary_file_is_refused_and_fetched_anew(device):
     set_up(device)
     good = device.path(PRIMARY).read_bytes()

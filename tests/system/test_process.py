@@ -21,8 +21,15 @@ def test_background_start(device):
     assert (child[1], child[-1]) == ("INFO: --- MODE update ---", "INFO: --- EXIT OK ---")
     assert device.read("/var/lock/updater") == f"{parent[2].split()[4]:>10}\n"
     assert (device.installed(), device.status) == (NEW_STATE, "REBOOTING")
-    # The parent let the file go before its last line, the child kept it.
-    assert device.read("/tmp/log").splitlines() == parent[:3] + child
+    # The parent lets the file go before its last line, the child keeps it; they write side by side.
+    assert sorted(device.read("/tmp/log").splitlines()) == sorted(parent[:3] + child)
+
+
+def test_closed_standard_streams_let_no_file_take_their_place(device):
+    set_up(device)
+    assert device.shell("updater --check-only --log-to /tmp/log <&- >&- 2>&-").returncode == 0
+    assert device.read("/tmp/log") == device.read("/var/log/updater/lastlog")
+    assert len(device.read("/var/lock/updater")) == 11
 
 
 def test_second_instance(device):

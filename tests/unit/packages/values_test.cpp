@@ -153,10 +153,9 @@ TEST(DependencySet, isOrderedAndKeepsTheFirstOfEqualOnes)
 {
     std::vector<Dependency> vEntries;
     DependencySet one;
-    for (int i = 0; i < 48; ++i) {  // so many that an unstable sort would show
-        const char* const vTexts[] = {"foo >= 2.0", "foo >= 1.0", "foo = 1.0", "foo >= 1.0.",
-                                      "foo < 1.0",  "Foo",        "fo",        "foo < 1.0"};
-        vEntries.push_back(dep(vTexts[i % 8]));
+    for (const char* pEntry : {"foo >= 2.0", "foo >= 1.0", "foo = 1.0", "foo >= 1.0.", "foo < 1.0",
+                               "Foo", "fo", "foo < 1.0"}) {
+        vEntries.push_back(dep(pEntry));
         one.insert(vEntries.back());
     }
     const char* const pExpected = "Foo, fo, foo < 0:1.0, foo = 0:1.0, foo >= 0:1.0, foo >= 0:2.0, ";
@@ -165,6 +164,16 @@ TEST(DependencySet, isOrderedAndKeepsTheFirstOfEqualOnes)
     all.insertAll(vEntries);
     all.insertAll({dep("foo = 1.0."), dep("foo < 1.0.")});
     EXPECT_EQ(allOf(all, dependencyText), pExpected);
+
+    std::vector<Dependency> vMany;  // so many that an unstable sort would show
+    for (int i = 0; i < 128; ++i) {
+        vMany.push_back(dep("m" + std::to_string(i % 16) + " = 1" + (i < 16 ? "" : ".")));
+    }
+    DependencySet many;
+    many.insertAll(vMany);
+    EXPECT_EQ(many.size(), 16U);
+    EXPECT_EQ(allOf(many, dependencyText).find('.'), std::string::npos);
+
     EXPECT_EQ(dependencyText(*all.lowerBound(dep("foo"))), "foo < 0:1.0");
     const auto next = all.erase(all.lowerBound(dep("foo = 1.0")));
     EXPECT_EQ(dependencyText(*next), "foo >= 0:1.0");
