@@ -7,6 +7,11 @@
 
 namespace {
 
+constexpr std::size_t k_uUnit = 4;
+constexpr std::uint32_t k_uChunkShift = 16;
+constexpr std::uint32_t k_uChunkUnits = 1U << k_uChunkShift;
+constexpr std::uint32_t k_uChunkMask = k_uChunkUnits - 1;
+
 /// The one copy of every string, in chunks that never move, and a hash table with open addressing
 /// that finds it again. A string lies at a multiple of 4 bytes: its length (32 bits), its bytes, a
 /// null byte. Its id is its place divided by 4, so that 16 GiB could be told apart.
@@ -43,11 +48,6 @@ public:
     }
 
 private:
-    static constexpr std::size_t k_uUnit = 4;
-    static constexpr std::uint32_t k_uChunkShift = 16;
-    static constexpr std::uint32_t k_uChunkUnits = 1U << k_uChunkShift;
-    static constexpr std::uint32_t k_uChunkMask = k_uChunkUnits - 1;
-
     TextStore() : m_vTable(1024) { store(""); }
 
     std::uint32_t& slot(std::string_view sText)
