@@ -4,8 +4,8 @@ void NamespaceScope::enter(const xmlChar* pPrefix, bool bBound, int iDeclaration
                            const xmlChar** ppDeclarations)
 {
     m_vElements.push_back({m_vDeclarations.size(), k_iNone});
-    for (int i = 0; i < iDeclarations; ++i) {
-        m_vDeclarations.push_back({ppDeclarations[2 * i], ppDeclarations[2 * i + 1]});
+    for (int i = 0; i < iDeclarations; ++i, ppDeclarations += 2) {
+        m_vDeclarations.push_back({ppDeclarations[0], ppDeclarations[1]});
     }
     if (bBound) {
         m_vElements.back().bound = innermost(pPrefix);
