@@ -39,22 +39,29 @@ public:
         if (m_uCount * 4 >= m_vTable.size() * 3) {
             grow();
         }
-        std::uint32_t& uSlot = slot(sText);
-        if (uSlot == 0) {
-            uSlot = store(sText);
+        const auto uHash = static_cast<std::uint32_t>(std::hash<std::string_view>()(sText));
+        Slot& slot = findSlot(sText, uHash);
+        if (slot.id == 0) {
+            slot = {uHash, store(sText)};
             ++m_uCount;
         }
-        return uSlot;
+        return slot.id;
     }
 
 private:
+    struct Slot {
+        std::uint32_t hash = 0;  ///< spares a look at most strings that differ
+        std::uint32_t id = 0;    ///< 0 is a free slot
+    };
+
     TextStore() : m_vTable(1024) { store(""); }
 
-    std::uint32_t& slot(std::string_view sText)
+    /// The slot of a string, or the free one where it belongs.
+    Slot& findSlot(std::string_view sText, std::uint32_t uHash)
     {
         const std::size_t uMask = m_vTable.size() - 1;
-        std::size_t u = std::hash<std::string_view>()(sText) & uMask;
-        while (m_vTable[u] != 0 && at(m_vTable[u]) != sText) {
+        std::size_t u = uHash & uMask;
+        while (m_vTable[u].id != 0 && (m_vTable[u].hash != uHash || at(m_vTable[u].id) != sText)) {
             u = (u + 1) & uMask;
         }
         return m_vTable[u];
@@ -62,11 +69,16 @@ private:
 
     void grow()
     {
-        std::vector<std::uint32_t> vOld(m_vTable.size() * 2);
+        std::vector<Slot> vOld(m_vTable.size() * 2);
         vOld.swap(m_vTable);
-        for (const std::uint32_t uId : vOld) {
-            if (uId != 0) {
-                slot(at(uId)) = uId;
+        const std::size_t uMask = m_vTable.size() - 1;
+        for (const Slot& slot : vOld) {
+            std::size_t u = slot.hash & uMask;
+            while (m_vTable[u].id != 0) {
+                u = (u + 1) & uMask;
+            }
+            if (slot.id != 0) {
+                m_vTable[u] = slot;
             }
         }
     }
@@ -101,10 +113,10 @@ private:
     }
 
     std::vector<std::unique_ptr<char[]>> m_vChunks;
-    std::vector<std::uint32_t> m_vTable;  ///< ids; 0 is a free slot; the size is a power of two
-    std::size_t m_uCurrent = 0;           ///< the chunk that is being filled
-    std::size_t m_uUsed = 0;              ///< units used in it
-    std::size_t m_uCount = 0;             ///< strings in the table
+    std::vector<Slot> m_vTable;  ///< with open addressing; the size is a power of two
+    std::size_t m_uCurrent = 0;  ///< the chunk that is being filled
+    std::size_t m_uUsed = 0;     ///< units used in it
+    std::size_t m_uCount = 0;    ///< strings in the table
 };
 
 }  // namespace
