@@ -35,6 +35,11 @@ it never is negative. A finding of a sanitizer raises SanitizerError whatever th
     running.wait()                              # a Result like run()'s
     device.trace("--test").events               # ["hook init 1.1", "ANALYZING", ..., "TESTING", "fsync",
                                                 #  "rpm --test -U a-2-1.noarch.rpm", "PKGSDONE", "fsync", ...]
+
+A run has a network of its own: lo with 127.0.0.1, ::1 and 10.9.9.1/24. With a server, all later runs
+are in the server's network, still with processes of their own:
+
+    device.serve("/usr/sbin/nginx", "-c", "/srv/nginx.conf", port=8080)     # until close()
 """
 
 import dataclasses
@@ -43,6 +48,7 @@ import shlex
 import shutil
 import subprocess
 import tempfile
+import time
 from collections.abc import Callable, Iterable
 from pathlib import Path
 from xml.sax.saxutils import escape, quoteattr
@@ -67,6 +73,7 @@ class Device:
     def __init__(self, program: Path | str, directory: Path | None = None) -> None:
         self.directory = directory or Path(tempfile.mkdtemp(prefix="device-"))
         self._rules = 0
+        self._servers: list[Running] = []
         self._state: str | None = "base"  # names what is installed, None when not known for sure
         try:
             root.make(self.directory, Path(program).resolve())
@@ -82,7 +89,9 @@ class Device:
         self.close()
 
     def close(self) -> None:
-        """Removes the device's files, also those in directories that a test has locked."""
+        """Ends its servers and removes its files, also those in directories that a test has locked."""
+        while self._servers:
+            self._servers.pop().kill()
         if self.directory.exists():
             for directory, names, _ in os.walk(self.directory):
                 for name in names:
@@ -159,11 +168,26 @@ class Device:
         environment = {"PATH": "/device/bin:/usr/sbin:/usr/bin"} | environment
         return self._start(["/bin/sh", "-c", script], environment).wait(timeout)
 
+    def serve(self, *command: str, port: int, timeout: float = 20) -> None:
+        """Starts a server, as an ordinary user, and waits until it listens on its TCP port."""
+        state = self._state
+        script = """exec >>/device/servers 2>&1
+            mount -o remount,rw /proc && exec unshare --user --map-user=33 --map-group=33 -- "$@" """
+        server = self._start(["/bin/sh", "-c", script, "sh", *command], {"PATH": "/usr/sbin:/usr/bin"})
+        self._state = state
+        self._servers.append(server)
+        end = time.monotonic() + timeout
+        while not server.listens(port):
+            if time.monotonic() > end or not server.alive:
+                raise TimeoutError(f"{command[0]} does not listen: {self.read('/device/servers')}")
+            time.sleep(0.005)
+
     def command(self, *command: str) -> tuple[list[str], dict[str, str]]:
         """What to execute, and in which environment, to run a command in the device by other means."""
         environment = {"HOME": "/root", "LC_ALL": "C", "TERM": os.environ.get("TERM", "dumb"),
                        "PATH": "/device/bin", **SANITIZERS}
-        return [str(HERE / "enter"), str(self.directory), *command], environment
+        join = ["--join", self._servers[0].inside] if self._servers else []
+        return [str(HERE / "enter"), *join, str(self.directory), *command], environment
 
     def trace(self, *arguments: str, **environment: str) -> Result:
         """A run whose `events` tell what reached the disk, in order: the calls of the stubs as in

@@ -21,6 +21,7 @@ FILES: dict[str, str | bytes] = {
     "/device/leaks": "leak:libsqlite3.so\n",  # of librpm, when a database cannot be opened
     "/device/calls": "",
     "/device/rules": "",
+    "/device/servers": "",
     "/device/bin/updater": "",
 }
 #: Paths of the device whose files lie elsewhere in its directory, as something is mounted there.

@@ -71,6 +71,29 @@ class Running:
         """Sends a signal to the program itself (the first one, if there are several)."""
         os.kill(self._find(self._process.pid), number)
 
+    # For servers
+
+    @property
+    def alive(self) -> bool:
+        return self._process.poll() is None
+
+    @property
+    def inside(self) -> str:
+        """The process number of the first process in the namespaces of the run; "" before there is one."""
+        return Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children").read_text().strip()
+
+    def listens(self, port: int) -> bool:
+        """Whether anything listens on a TCP port in the network of the run."""
+        inside = self.inside
+        return bool(inside) and any(
+            re.search(rf"^ *\d+: \w+:{port:04X} \w+:0000 0A ", Path(f"/proc/{inside}/net/{table}").read_text(), re.MULTILINE)
+            for table in ("tcp", "tcp6"))
+
+    def kill(self) -> None:
+        """Ends all processes of the run at once."""
+        self._process.kill()
+        self._process.communicate()
+
     def _find(self, parent: int) -> int:
         """The process called "updater" among the descendants of a process. Asks again for a while,
         as it may be about to be started."""
