@@ -4,6 +4,17 @@
 
 #include <string>
 
+/// The texts of all elements of a container, each with an end.
+template <typename Container, typename ToText>
+std::string allOf(const Container& container, ToText toText, const std::string& sEnd = ", ")
+{
+    std::string sAll;
+    for (const auto& entry : container) {
+        sAll += toText(entry) + sEnd;
+    }
+    return sAll;
+}
+
 /// A new empty directory that goes away with the object.
 class TempDir {
 public:
