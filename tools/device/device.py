@@ -175,12 +175,13 @@ class Device:
             mount -o remount,rw /proc && exec unshare --user --map-user=33 --map-group=33 -- "$@" """
         server = self._start(["/bin/sh", "-c", script, "sh", *command], {"PATH": "/usr/sbin:/usr/bin"})
         self._state = state
-        self._servers.append(server)
         end = time.monotonic() + timeout
         while not server.listens(port):
             if time.monotonic() > end or not server.alive:
+                server.kill()
                 raise TimeoutError(f"{command[0]} does not listen: {self.read('/device/servers')}")
             time.sleep(0.005)
+        self._servers.append(server)
 
     def command(self, *command: str) -> tuple[list[str], dict[str, str]]:
         """What to execute, and in which environment, to run a command in the device by other means."""

@@ -6,7 +6,7 @@ from pathlib import Path
 STUBS = ("rpm", "telinit", "shutdown")
 EEPROM = "/sys/bus/i2c/drivers/Quorax-EEPROM"
 DIRECTORIES = ("/etc/network", "/var/lib/updater", "/var/lib/rpm", "/var/log/updater", "/var/cache/updater",
-               "/var/tmp", "/run/lock", "/opt", "/root", "/srv", "/tmp", "/dev", "/proc", "/usr", "/mnt",
+               "/var/tmp", "/run/lock", "/opt", "/root", "/srv", "/tmp", "/dev/shm", "/proc", "/usr", "/mnt",
                "/device/layer/lib/updater", "/device/layer/share/resources", EEPROM + "/0-0053")
 LINKS = {"bin": "usr/bin", "sbin": "usr/sbin", "lib": "usr/lib", "lib64": "usr/lib64",
          "var/run": "/run", "var/lock": "/run/lock"}

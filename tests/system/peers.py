@@ -1,0 +1,141 @@
+"""Real servers in the network of a device, each with a configuration of its own below /srv."""
+
+import base64
+import hashlib
+import json
+import subprocess
+import time
+from pathlib import Path
+
+from device.device import Device, Result
+
+FIRST = "repodata/repomd.xml"
+NO_INDEX = [f"ERROR: failed getting repository resource '{FIRST}'", "ERROR: could not update repository data",
+            "INFO: --- EXIT ERROR ---"]
+AGENT = "<user-agent><base>agent</base><prodname>demo</prodname></user-agent>"
+USER = "demo-0210"
+
+
+def update(device: Device, *arguments: str, **environment: str) -> Result:
+    return device.run("--max-wait-time=-1", *arguments, **environment)
+
+
+def behind_head(result: Result) -> list[str]:
+    """The lines from the first one on that the network may have caused."""
+    head, _, rest = result.stderr.partition("\nINFO: updating packages from ")
+    assert rest, head
+    return rest.splitlines()[1:]
+
+
+def log_of(device: Device, server: str, lines: int = 0) -> list[str]:
+    """The server's access log. Waits for that many lines, as a server may log a moment behind its last answer."""
+    log = device.path(f"/srv/{server}/access")
+    end = time.monotonic() + 10
+    while True:
+        found = log.read_text().splitlines() if log.exists() else []
+        if len(found) >= lines or time.monotonic() > end:
+            return found
+        time.sleep(0.01)
+
+
+def nginx(device: Device) -> None:
+    """On port 8080 of every local address, /srv. A line of the log is the number of the connection, path,
+    status, user agent, Cache-Control, Pragma."""
+    places = "".join(f"{name}_temp_path /srv/nginx/{name};" for name in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
+    device.write("/srv/nginx/conf", f"""
+        daemon off; master_process off; pid /srv/nginx/pid; error_log /srv/nginx/error;
+        events {{ }}
+        http {{
+            {places}
+            log_format line "$connection|$uri|$status|$http_user_agent|$http_cache_control|$http_pragma";
+            access_log /srv/nginx/access line;
+            server {{ listen 8080; listen [::]:8080; root /srv; }}
+        }}""")
+    device.serve("/usr/sbin/nginx", "-e", "/srv/nginx/error", "-c", "/srv/nginx/conf", port=8080)
+
+
+def squid(device: Device, scheme: str = "") -> None:
+    """On port 3128, keeps everything for a day. `scheme`: "basic" or "digest", for user "me" with the
+    password "secret". It alone knows the host "repo.test". A line of its log ends in result and URL."""
+    helper = {"": "", "basic": "basic_ncsa_auth", "digest": "digest_file_auth"}[scheme]
+    password = "secret" if scheme == "digest" else subprocess.check_output(["openssl", "passwd", "-apr1", "secret"], text=True)
+    device.write("/srv/squid/users", f"me:{password}")
+    device.write("/srv/squid/hosts", "127.0.0.1 localhost repo.test\n")
+    access = f"""auth_param {scheme} program /usr/lib/squid/{helper} /srv/squid/users
+auth_param {scheme} children 1
+auth_param {scheme} realm proxy
+acl known proxy_auth REQUIRED
+http_access allow known
+http_access deny all""" if scheme else "http_access allow all"
+    device.write("/srv/squid/conf", f"""http_port 3128
+pid_filename none
+visible_hostname proxy
+hosts_file /srv/squid/hosts
+dns_nameservers 127.0.0.1
+pinger_enable off
+netdb_filename none
+cache_log /srv/squid/log
+coredump_dir /srv/squid
+logformat line %Ss %ru
+access_log stdio:/srv/squid/access line
+refresh_pattern . 1440 100% 1440 override-expire override-lastmod
+{access}
+""")
+    device.serve("/usr/sbin/squid", "-N", "-f", "/srv/squid/conf", port=3128)
+
+
+def use_proxy(device: Device, **attributes: str) -> None:
+    device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='127.0.0.1' port='3128' {}/></proxyconf>".format(
+        " ".join(f"{name}='{value}'" for name, value in attributes.items())))
+
+
+def certificates(directory: Path) -> None:
+    """Makes NAME.pem with NAME.key: authorities "ca" and "other", and for the host repo.test "good",
+    "expired", "untrusted" (of the other authority) and "self-signed"; "misnamed" is for another host."""
+    def openssl(*arguments: str) -> None:
+        subprocess.run(["openssl", *arguments], cwd=directory, check=True, capture_output=True)
+
+    directory.mkdir()
+    for name, issuer, host, days in (
+            ("ca", "", "ca", 9), ("other", "", "other", 9), ("good", "ca", "repo.test", 9), ("expired", "ca", "repo.test", -1),
+            ("untrusted", "other", "repo.test", 9), ("self-signed", "", "repo.test", 9), ("misnamed", "ca", "elsewhere.test", 9)):
+        authority = "TRUE" if name == host else "FALSE"
+        openssl("req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-subj", f"/CN={host}",
+                "-addext", f"subjectAltName=DNS:{host}", "-addext", f"basicConstraints=CA:{authority}",
+                "-keyout", f"{name}.key", "-out", "request")
+        issued = ("-CA", f"{issuer}.pem", "-CAkey", f"{issuer}.key") if issuer else ("-signkey", f"{name}.key")
+        openssl("x509", "-req", "-in", "request", "-copy_extensions", "copy", *issued, "-days", str(days), "-out", f"{name}.pem")
+
+
+def httpd(device: Device, password: str = "", tls: dict[int, Path] | None = None) -> None:
+    """On port 8080, and with TLS on each port of `tls` with the certificate of that path. /digest, /legacy
+    (digest without qop) and /basic are /srv/repo for USER with the password. A line of its log is user and
+    status. repo.test is its name."""
+    modules = ("mpm_event", "alias", "headers", "ssl", "auth_basic", "auth_digest", "authn_core", "authn_file",
+               "authz_core", "authz_user")
+    tls = tls or {}
+    secret = hashlib.md5(f"{USER}:realm:{password}".encode()).hexdigest()
+    device.write("/srv/httpd/digest", f"{USER}:realm:{secret}\n")
+    device.write("/srv/httpd/basic", f"{USER}:{{SHA}}{base64.b64encode(hashlib.sha1(password.encode()).digest()).decode()}\n")
+    device.write("/etc/hosts", "127.0.0.1 localhost repo.test\n")
+    lines = ["ServerRoot /srv/httpd", "ServerName repo.test", "PidFile pid", "ErrorLog error", "Mutex file:/srv/httpd",
+             *(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.so" for name in modules),
+             "Listen 8080", "DocumentRoot /srv", 'LogFormat "%u %>s" line', "CustomLog access line"]
+    without_qop = 'Header always edit WWW-Authenticate ", qop=[^,]*" ""'
+    for name, kind, extra in (("digest", "Digest", ""), ("legacy", "Digest", without_qop), ("basic", "Basic", "")):
+        lines += [f"Alias /{name} /srv/repo", f"<Location /{name}>", f"AuthType {kind}", "AuthName realm", extra,
+                  f"Auth{kind}Provider file", f"AuthUserFile {kind.lower()}", "Require valid-user", "</Location>"]
+    for port, certificate in tls.items():
+        device.write(f"/srv/httpd/{port}.pem", certificate.read_bytes() + certificate.with_suffix(".key").read_bytes())
+        lines += [f"Listen {port}", f"<VirtualHost *:{port}>", "SSLEngine on", f"SSLCertificateFile {port}.pem", "</VirtualHost>"]
+    device.write("/srv/httpd/conf", "\n".join(lines) + "\n")
+    device.serve("/usr/sbin/apache2", "-X", "-f", "/srv/httpd/conf", port=max([8080, *tls]))
+
+
+def scripted(device: Device, *answers: list | None) -> None:
+    """On port 8080: answers each request in turn, and then closes the connection. An answer is a list of texts
+    to send, of seconds to wait and of None to reset the connection; None instead of a list gives the file
+    of that path, as does every request behind the last answer. A line of its log is path and Host."""
+    device.write("/srv/scripted/answers", json.dumps(answers))
+    device.write("/srv/scripted/server", Path(__file__).with_name("scripted.py").read_bytes())
+    device.serve("/usr/bin/python3", "-I", "/srv/scripted/server", "8080", port=8080)
