@@ -10,166 +10,106 @@
 //   refused D                     expected, one a line: requires that this program does not meet
 
 #include "packages/resolver.h"
+#include "testing/packages.h"
 #include "testing/testing.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <map>
-#include <sstream>
 
 namespace {
-
-Dependency parseDependency(std::istream& line)
-{
-    static const std::map<std::string, std::int32_t> vRelations = {
-        {"=", 8}, {"<", 2}, {">", 4}, {"<=", 10}, {">=", 12}};
-    std::string sName;
-    std::string sRelation;
-    std::string sEvr;
-    line >> sName >> sRelation >> sEvr;
-    return sEvr.empty() ? Dependency{sName, {}, 0}
-                        : Dependency{sName, parseEvr(sEvr), vRelations.at(sRelation)};
-}
 
 struct Case {
     InstalledPackageSet installed;
     PackageSet available;
     SelectionRules rules;
-    std::string selected;
-    std::string closed;
-    std::string missing;
-    std::string refused;
+    std::map<std::string, std::string> expected = {
+        {"selected", ""}, {"closed", ""}, {"missing", ""}, {"refused", ""}};
 };
 
-std::string rest(std::istream& line)
+Case readCase(const std::string& sPath)
 {
-    std::string sText;
-    std::getline(line >> std::ws, sText);
-    return sText;
-}
-
-void addNames(std::istream& line, NameSet& vNames)
-{
-    for (std::string sName; line >> sName;) {
-        vNames.insert(sName);
-    }
-}
-
-Case readCase(const std::filesystem::path& path)
-{
+    static const std::map<std::string, DependencySet InstalledPackage::*> vLists = {
+        {"requires", &InstalledPackage::requires_},
+        {"provides", &InstalledPackage::provides},
+        {"obsoletes", &InstalledPackage::obsoletes}};
+    static const std::map<std::string, NameSet SelectionRules::*> vRules = {
+        {"include", &SelectionRules::includeNames},
+        {"exclude", &SelectionRules::excludeNames},
+        {"excludegroup", &SelectionRules::excludeGroups},
+        {"pull", &SelectionRules::pullNames}};
     Case result;
-    Package package;
-    std::string sKind;
-    const auto finish = [&] {
-        if (sKind == "installed") {
-            result.installed.insertEqual(package);
-        } else if (sKind == "available") {
-            result.available.insertEqual(package);
-        }
-        sKind.clear();
-    };
-    std::ifstream file(path);
+    std::vector<std::pair<std::string, Package>> vPackages;
+    std::ifstream file(sPath);
     for (std::string sLine; std::getline(file, sLine);) {
         std::istringstream line(sLine);
-        std::string sWord;
-        line >> sWord;
-        if (sWord == "installed" || sWord == "available") {
-            finish();
-            sKind = sWord;
-            package = {};
-            std::string sName;
-            std::string sEvr;
-            line >> sName >> sEvr;
-            package.name = sName;
-            package.evr = parseEvr(sEvr);
-        } else if (sWord == "group") {
-            package.group = rest(line);
-        } else if (sWord == "requires") {
-            package.requires_.insert(parseDependency(line));
-        } else if (sWord == "provides") {
-            package.provides.insert(parseDependency(line));
-        } else if (sWord == "obsoletes") {
-            package.obsoletes.insert(parseDependency(line));
-        } else if (sWord == "include") {
-            addNames(line, result.rules.includeNames);
-        } else if (sWord == "exclude") {
-            addNames(line, result.rules.excludeNames);
-        } else if (sWord == "excludegroup") {
-            addNames(line, result.rules.excludeGroups);
-        } else if (sWord == "pull") {
-            addNames(line, result.rules.pullNames);
-        } else if (sWord == "selected") {
-            result.selected = rest(line);
-        } else if (sWord == "closed") {
-            result.closed = rest(line);
-        } else if (sWord == "missing") {
-            result.missing += rest(line) + "\n";
-        } else if (sWord == "refused") {
-            result.refused += rest(line) + "\n";
-        } else if (!sWord.empty() && sWord[0] != '#') {
-            ADD_FAILURE() << path << ": unknown word " << sWord;
+        std::string sKey;
+        std::string sRest;
+        std::getline(line >> sKey >> std::ws, sRest);
+        std::istringstream words(sRest);
+        const std::vector<std::string> vWords(std::istream_iterator<std::string>(words), {});
+        if (sKey == "installed" || sKey == "available") {
+            vPackages.emplace_back(sKey, makePackage(vWords.at(0), vWords.at(1)));
+        } else if (sKey == "group") {
+            vPackages.back().second.group = sRest;
+        } else if (vLists.contains(sKey)) {
+            (vPackages.back().second.*vLists.at(sKey)).insertAll(parseDependencies(sRest));
+        } else if (vRules.contains(sKey)) {
+            (result.rules.*vRules.at(sKey)).insert(vWords.begin(), vWords.end());
+        } else if (!sKey.empty() && sKey[0] != '#') {
+            result.expected.at(sKey) += allOf(vWords, std::identity(), " ");
         }
     }
-    finish();
+    for (const auto& [sKind, package] : vPackages) {
+        if (sKind == "installed") {
+            result.installed.insertEqual(package);
+        } else {
+            result.available.insertEqual(package);
+        }
+    }
     return result;
-}
-
-std::string text(const PackageSet& packages)
-{
-    std::string sText;
-    for (const Package& package : packages) {
-        sText += (sText.empty() ? "" : " ") + packageText(package);
-    }
-    return sText;
-}
-
-std::string text(const DependencySet& dependencies)
-{
-    std::string sText;
-    for (const Dependency& dependency : dependencies) {
-        sText += dependencyText(dependency) + "\n";
-    }
-    return sText;
 }
 
 class ResolverCase : public testing::TestWithParam<std::string> {};
 
 TEST_P(ResolverCase, selectsAndCloses)
 {
-    const Case test = readCase(std::string(CASES) + "/resolver/" + GetParam());
+    const Case test = readCase(CASES "/resolver/" + GetParam() + ".txt");
     LogCapture log;
+    const std::string& sSelected = test.expected.at("selected");
+    const std::string& sClosed = test.expected.at("closed");
 
     PackageSet updateSet = selectNewerPackages(test.installed, test.available, test.rules);
-    EXPECT_EQ(text(updateSet), test.selected);
+    EXPECT_EQ(allOf(updateSet, packageText, " "), sSelected);
 
-    DependencySet unsatisfied;
+    DependencySet missing;
     do {
-        missingRequires(test.installed, updateSet, unsatisfied);
-    } while (!unsatisfied.empty() &&
-             Resolver::resolveDependencies(test.available, unsatisfied, updateSet));
-    EXPECT_EQ(text(updateSet), test.closed.empty() ? test.selected : test.closed);
-    EXPECT_EQ(text(unsatisfied), test.missing);
+        missingRequires(test.installed, updateSet, missing);
+    } while (!missing.empty() && Resolver::resolveDependencies(test.available, missing, updateSet));
+    EXPECT_EQ(allOf(updateSet, packageText, " "), sClosed.empty() ? sSelected : sClosed);
+    EXPECT_EQ(allOf(missing, dependencyText, " "), test.expected.at("missing"));
 
-    DependencySet failed;
+    DependencySet refused;
     const Dependency running = {"updater-running", parseEvr("1.1"), EQUAL};
-    EXPECT_EQ(Resolver::checkProvide(running, updateSet, failed), test.refused.empty());
-    EXPECT_EQ(text(failed), test.refused);
+    EXPECT_EQ(Resolver::checkProvide(running, updateSet, refused),
+              test.expected.at("refused").empty());
+    EXPECT_EQ(allOf(refused, dependencyText, " "), test.expected.at("refused"));
 }
 
 std::vector<std::string> caseNames()
 {
     std::vector<std::string> vNames;
     for (const auto& entry : std::filesystem::directory_iterator(CASES "/resolver")) {
-        vNames.push_back(entry.path().filename());
+        vNames.push_back(entry.path().stem());
     }
     std::sort(vNames.begin(), vNames.end());
     return vNames;
 }
 
-INSTANTIATE_TEST_SUITE_P(Files, ResolverCase, testing::ValuesIn(caseNames()), [](const auto& param) {
-    std::string sName = param.param.substr(0, param.param.find('.'));
+INSTANTIATE_TEST_SUITE_P(Files, ResolverCase, testing::ValuesIn(caseNames()), [](const auto& test) {
+    std::string sName = test.param;
     std::replace(sName.begin(), sName.end(), '-', '_');
     return sName;
 });
@@ -178,16 +118,12 @@ TEST(Resolver, tellsEachFailedAndEachPulledRequire)
 {
     InstalledPackageSet installed;
     for (const char* pName : {"one", "two"}) {
-        Package package;
-        package.name = pName;
-        package.evr = parseEvr("1-1");
-        package.requires_.insert({"lib", parseEvr("2"), GREATER | EQUAL});
+        Package package = makePackage(pName, "1-1");
+        package.requires_.insertAll(parseDependencies("lib >= 2"));
         installed.insertEqual(package);
     }
-    Package lib;
-    lib.name = "z";
-    lib.evr = parseEvr("3-1");
-    lib.provides.insert({"lib", parseEvr("2"), EQUAL});
+    Package lib = makePackage("z", "3-1");
+    lib.provides.insertAll(parseDependencies("lib = 2"));
     PackageSet available;
     available.insertEqual(lib);
     PackageSet updateSet;
@@ -206,21 +142,10 @@ TEST(Resolver, tellsEachFailedAndEachPulledRequire)
               "DEBUG: pulling package z-0:3-1 to satisfy 'lib >= 0:2'\n"
               "DEBUG: removing require 'lib >= 0:2', provided by pulled package\n"
               "DEBUG: pulled 1 packages\n");
-}
-
-TEST(Resolver, filesAreAllThatMayBeMissing)
-{
-    const struct {
-        std::vector<Dependency> missing;
-        bool expected;
-    } vCases[] = {{{}, true},
-                  {{{"/a", {}, 0}, {"/b", {}, 0}}, true},
-                  {{{"/a", {}, 0}, {"b", {}, 0}}, false},
-                  {{{"", {}, 0}}, false}};
-    for (const auto& test : vCases) {
+    for (const std::string sMissing : {"", "/a, /b", "no, /a", "/a, no"}) {
         DependencySet missing;
-        missing.insertAll(test.missing);
-        EXPECT_EQ(Resolver::onlyFileRequires(missing), test.expected);
+        missing.insertAll(parseDependencies(sMissing));
+        EXPECT_EQ(Resolver::onlyFileRequires(missing), sMissing.find("no") == std::string::npos);
     }
 }
 
