@@ -38,9 +38,9 @@ TEST(ParseConfigurationFile, readsElementsWhereverTheyStand)
 <log level='warn'><logger type='stderr'/><logger type='tape'/><p:logger/><tls trust='/dev/null'/>
  <logger type='syslog'><facility>user</facility><p:facility>local1</p:facility></logger></log>
 </x><log level=''/>
-<repository id='a' enabled='true'><name>A &amp; B</name><location href='x'/><p:location/>
- <location href='y'/><p:name>no</p:name><repository id='kelo42' enabled='TRUE'>
- <location href='z'/></repository></repository>
+<repository p:id='b' id='a' enabled='true'><name>A<i>I</i> &amp;<![CDATA[ <B]]></name><p:location/>
+ <location href='x'/><location href='y'/><p:name>no</p:name>
+ <repository id='kelo42' enabled='TRUE'><location href='z'/></repository></repository>
 <repository id='c' enabled='' xmlns='urn:p'><location xmlns='urn:p' href='c'/></repository>
 <user-agent><base>B</base><prodname>P</prodname></user-agent>
 <product><name> N </name><packages>
@@ -51,7 +51,7 @@ TEST(ParseConfigurationFile, readsElementsWhereverTheyStand)
     EXPECT_TRUE(parseConfigurationFile(config, sDefaults, true));
     EXPECT_EQ(describe(config), "2  base=@b default extra=@e default");
     EXPECT_TRUE(parseConfigurationFile(config, dir.write("conf", inUpdater(sMain)), false));
-    EXPECT_EQ(describe(config), "3 stderr 136 extra=@e default a=A & B@y base=@z off c=@c off");
+    EXPECT_EQ(describe(config), "3 stderr 136 extra=@e default a=A & <B@y base=@z off c=@c off");
     EXPECT_EQ(config.addonPackages, (std::vector<std::string>{"a", "b", "a"}));
     EXPECT_EQ(config.addonGroups.at(0) + config.productName + config.releasePackage, "g N rel");
     EXPECT_EQ(config.proxy.agentBase + config.proxy.agentProduct + config.proxy.tlsTrust,
