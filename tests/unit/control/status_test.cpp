@@ -13,32 +13,21 @@ TEST(Status, replacesTheFileAndNothingElse)
     const TempDir dir;
     const std::string sPath = dir.file("status");
     const mode_t uMask = umask(077);
-    Status status = CORRUPTED;
-    EXPECT_TRUE(readStatus(status, sPath));  // no file
-    EXPECT_EQ(status, READY);
     for (int i = READY; i <= REBOOTING; ++i) {
         EXPECT_TRUE(writeStatus(static_cast<Status>(i), sPath));
+        Status status = CORRUPTED;
         EXPECT_TRUE(readStatus(status, sPath));
         EXPECT_EQ(status, i);
     }
-    EXPECT_EQ(dir.read("status"), "REBOOTING\n");
+    umask(uMask);
     struct stat info = {};
     stat(sPath.c_str(), &info);
     EXPECT_EQ(info.st_mode & 07777U, 0644U);
-    umask(uMask);
 
     LogCapture log;
-    EXPECT_FALSE(writeStatus(static_cast<Status>(9), sPath));
-    EXPECT_FALSE(writeStatus(READY, dir.file("none/status")));
-    EXPECT_FALSE(syncStatus(dir.file("none/status")));
-    EXPECT_EQ(dir.read("status"), "REBOOTING\n");
     std::filesystem::create_directory(dir.file("taken"));
     EXPECT_FALSE(writeStatus(READY, dir.file("taken")));
-    EXPECT_EQ(log.text(),
-              "ERROR: invalid status value 9\n"
-              "DEBUG: failed creating status temporary file: No such file or directory\n"
-              "ERROR: failed to sync status file: No such file or directory\n"
-              "DEBUG: failed saving status: Is a directory\n");
+    EXPECT_EQ(log.text(), "DEBUG: failed saving status: Is a directory\n");
     const std::filesystem::directory_iterator entries(dir.path());
     EXPECT_EQ(std::distance(begin(entries), end(entries)), 2);  // no temporary file is left
 }
