@@ -11,7 +11,8 @@ inline constexpr const char* k_pProgramName = "updater";
 inline constexpr const char* k_pProgramVersion = "1.1";
 
 /// What the command line gave. The option parser writes into it; loadConfiguration() and the start
-/// of the process read it. Texts are null if not given, flags 0.
+/// of the process read it. Texts are null if not given, and belong to whoever had them parsed; flags
+/// are 0.
 struct CommandLineOptions {
     int quiet = 0;
     char* logLevel = nullptr;
@@ -65,9 +66,9 @@ struct Config {
     bool noReboot = false;
     bool checkDbHeaders = false;
     bool noCacheClean = false;
-    int lockTimeout = 120;                          ///< seconds; 0 and less: a single attempt
+    int lockTimeout = 120;                         ///< seconds; 0 and less: a single attempt
     std::string cacheDir = "/var/cache/updater/";  ///< ends in a slash once loaded
-    int maxWaitTime = 600;                          ///< seconds; 0 and less: no wait
+    int maxWaitTime = 600;                         ///< seconds; 0 and less: no wait
     bool background = false;
     int logLevel = INFO;
     bool logToStderr = false;

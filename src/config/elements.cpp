@@ -1,14 +1,14 @@
 #include "config/elements.h"
 
 #include "config/packagelist.h"
+#include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 #include "support/xml.h"
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <array>
+#include <string_view>
+#include <utility>
 
 namespace {
 
@@ -73,6 +73,11 @@ bool readRepository(xmlNode* pElement, bool bDefaults, Config& config)
         logMessage(DEBUG, "replacing repo ID '%s' by 'base' for backwards compatibility",
                    repo.id.c_str());
         repo.id = "base";
+    }
+    if (repo.id == "." || repo.id == ".." || repo.id.find('/') != std::string::npos ||
+        hasControlCharacter(repo.id)) {
+        logMessage(ERROR, "bad 'id' attribute in 'repository' element");  // it names a directory
+        return false;
     }
     std::string sEnabled;
     if (getAttribute(pElement, "enabled", sEnabled)) {
@@ -197,14 +202,12 @@ bool readTls(xmlNode* pElement, bool /*bDefaults*/, Config& config)
     if (sTrust != "system") {
         if (!sTrust.starts_with('/')) {
             logMessage(ERROR, "TLS trust '%s' is neither 'system' nor an absolute path",
-                       sTrust.c_str());
+                       printable(sTrust).c_str());
             return false;
         }
-        // Reading is what finds a directory out.
-        const FileDescriptor file(open(sTrust.c_str(), O_RDONLY | O_CLOEXEC));
-        char c = 0;
-        if (!file.isOpen() || read(file.get(), &c, 1) < 0) {
-            logMessage(ERROR, "cannot read TLS certificates '%s' (%s)", sTrust.c_str(),
+        std::string sCertificates;
+        if (!readFile(sTrust, sCertificates)) {
+            logMessage(ERROR, "cannot read TLS certificates '%s' (%s)", printable(sTrust).c_str(),
                        errnoText().c_str());
             return false;
         }

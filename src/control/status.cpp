@@ -14,7 +14,6 @@
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <string_view>
 
 namespace {
@@ -22,10 +21,6 @@ namespace {
 constexpr std::array<const char*, 9> k_vWords = {"READY",       "DELAYING",  "ANALYZING",
                                                  "DOWNLOADING", "TESTING",   "UPDATING",
                                                  "PKGSDONE",    "CORRUPTED", "REBOOTING"};
-
-struct FileCloser {
-    void operator()(std::FILE* pFile) const { std::fclose(pFile); }
-};
 
 /// Fills the temporary file and closes it. False if any of it failed (logged).
 bool fillTemporaryFile(FileDescriptor& file, const std::string& sLine)
@@ -54,7 +49,7 @@ bool fillTemporaryFile(FileDescriptor& file, const std::string& sLine)
 
 bool readStatus(Status& status, const std::string& sPath)
 {
-    const std::unique_ptr<std::FILE, FileCloser> file(std::fopen(sPath.c_str(), "re"));
+    const File file(std::fopen(sPath.c_str(), "re"));
     if (file == nullptr) {
         if (errno == ENOENT) {
             status = READY;

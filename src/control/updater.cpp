@@ -11,6 +11,7 @@
 #include "control/status.h"
 #include "control/updaterun.h"
 #include "net/urlfetcher.h"
+#include "support/controls.h"
 #include "support/logger.h"
 
 #include <fcntl.h>
@@ -112,7 +113,7 @@ void reportStart(const Config& config)
         return;
     }
     logMessage(INFO, "%s version %s, product %s", k_pProgramName, k_pProgramVersion,
-               config.productName.c_str());
+               printable(config.productName).c_str());
     logMessage(INFO, "--- MODE %s ---", modeWord(config));
     if (!config.proxy.server.empty()) {
         logMessage(INFO, "using HTTP proxy '%s' port %u", config.proxy.server.c_str(),

@@ -7,6 +7,7 @@
 #include "control/status.h"
 #include "control/updatepass.h"
 #include "repository/repository.h"
+#include "support/controls.h"
 #include "support/logger.h"
 
 #include <algorithm>
@@ -94,7 +95,7 @@ int runUpdate(const Config& config, const NameSet& packageNames)
     }
     if (!config.quiet) {
         logMessage(INFO, "updating packages from repository '%s' (URI '%s')",
-                   pRepoConfig->name.c_str(), pRepoConfig->uri.c_str());
+                   printable(pRepoConfig->name).c_str(), printable(pRepoConfig->uri).c_str());
     }
     Repository repository(config, *pRepoConfig);
     if (!repository.isFileUri() && !config.cacheOnly && config.maxWaitTime > 0 &&

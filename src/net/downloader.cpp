@@ -1,5 +1,6 @@
 #include "net/downloader.h"
 
+#include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 
@@ -31,9 +32,7 @@ std::string uriText(const ne_uri& uri)
 
 Downloader::~Downloader()
 {
-    m_sBasePath.clear();
     close();
-    m_pNotifier = nullptr;
 }
 
 void Downloader::close()
@@ -148,7 +147,7 @@ bool Downloader::fetch(const std::string& sPath, const std::string& sResolved, i
 URLFetcher* Downloader::followRedirect(URLFetcher& current, const std::string& sPath)
 {
     const ne_uri* pLocation = current.redirectLocation();
-    if (pLocation == nullptr) {
+    if (pLocation == nullptr || hasControlCharacter(text(pLocation->host))) {
         logMessage(ERROR, "got redirect with unparseable location");
         return nullptr;
     }

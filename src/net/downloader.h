@@ -24,8 +24,7 @@ public:
     ///         leaves the object as it was.
     [[nodiscard]] bool open(const std::string& sUri);
 
-    /// @param pNotifier  receives the events of all sessions, present and future; null for none.
-    /// Not
+    /// @param pNotifier  receives the events of all sessions, present and future; null for none. Not
     ///                   owned: must live as long as this object.
     void setNotifier(URLFetcher::Notifier* pNotifier);
 
@@ -42,8 +41,9 @@ public:
 
 private:
     void close();
-    bool fetch(const std::string& sPath, const std::string& sResolved, int iFd, bool bBypassCaches);
-    URLFetcher* followRedirect(URLFetcher& current, const std::string& sPath);
+    [[nodiscard]] bool fetch(const std::string& sPath, const std::string& sResolved, int iFd,
+                             bool bBypassCaches);
+    [[nodiscard]] URLFetcher* followRedirect(URLFetcher& current, const std::string& sPath);
 
     ne_uri m_uri = {};
     std::vector<std::unique_ptr<URLFetcher>> m_vFetchers;  ///< first the repository's own origin

@@ -1,21 +1,20 @@
 #include "net/identity.h"
 
 #include "config/config.h"
+#include "support/files.h"
 #include "support/logger.h"
 
-#include <array>
-#include <cstddef>
-#include <cstdio>
-#include <cstdlib>
-#include <memory>
+#include <cstddef>  // which the next one needs
 
 #include <rpm/rpmcrypto.h>
 
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <string_view>
+
 namespace {
 
-constexpr std::size_t k_uSerialLength = 63;
-constexpr std::size_t k_uRevisionLength = 8;
-constexpr std::size_t k_uHardwareLength = 15;
 constexpr std::size_t k_uLineSize = 128;  ///< longer lines count as several
 
 /// Within a data block: the revision stamp, two digits, a hyphen, two digits.
@@ -23,9 +22,8 @@ constexpr std::size_t k_uStampOffset = 11;
 constexpr std::size_t k_uStampLength = 5;
 constexpr std::size_t k_uMendOffset = 14;  ///< the stamp's last two digits
 
-/// One series of boards of revision 2.12 left the factory with a core EEPROM, the first block, that
-/// lacks the minor number, while the base EEPROM, the second block, is right. Servers know these
-/// boards by the password of a right pair.
+/// A pair of blocks with these stamps, in the first and the second block, counts as one whose first
+/// stamp ends in the mended digits.
 constexpr std::string_view k_sFaultyCoreStamp = "02-00";
 constexpr std::string_view k_sFaultyBaseStamp = "02-12";
 constexpr std::string_view k_sMendedDigits = "12";
@@ -38,19 +36,13 @@ constexpr std::string_view k_sAlphabet =
     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.-";
 static_assert(k_sAlphabet.size() == 64);
 
-struct FileCloser {
-    void operator()(std::FILE* pFile) const { std::fclose(pFile); }
-};
-using File = std::unique_ptr<std::FILE, FileCloser>;
-
-/// The third word of a line, behind the key and the colon, cut at a length. Empty if there is none.
-std::string thirdWord(const char* pLine, std::size_t uLength)
+/// The third word of a line, behind the key and the colon. Empty if there is none.
+///
+/// @param pFormat  for sscanf(3), with the most characters that count, below 64.
+std::string thirdWord(const char* pLine, const char* pFormat)
 {
-    std::array<char, k_uLineSize> vWord = {};
-    if (std::sscanf(pLine, "%*s %*s %127s", vWord.data()) != 1) {
-        return {};
-    }
-    return std::string(vWord.data()).substr(0, uLength);
+    std::array<char, 64> vWord = {};
+    return std::sscanf(pLine, pFormat, vWord.data()) == 1 ? vWord.data() : "";
 }
 
 Board boardFromName(const std::string& sName)
@@ -69,21 +61,21 @@ void readCpuInfoLine(const char* pLine, const char* pPath, CpuInfo& info)
 {
     const std::string_view sLine = pLine;
     if (sLine.starts_with("Serial")) {
-        const std::string sWord = thirdWord(pLine, k_uSerialLength);
+        const std::string sWord = thirdWord(pLine, "%*s %*s %63s");
         if (sWord.empty()) {
             logMessage(DEBUG, "malformed Serial line in '%s'", pPath);
         } else {
             info.serial = sWord;
         }
     } else if (sLine.starts_with("Revision")) {
-        const std::string sWord = thirdWord(pLine, k_uRevisionLength);
+        const std::string sWord = thirdWord(pLine, "%*s %*s %8s");
         if (sWord.empty()) {
             logMessage(DEBUG, "malformed Revision line in '%s'", pPath);
         } else {
             info.revision = sWord;
         }
     } else if (sLine.starts_with("Hardware")) {
-        const std::string sWord = thirdWord(pLine, k_uHardwareLength);
+        const std::string sWord = thirdWord(pLine, "%*s %*s %15s");
         if (sWord.empty()) {
             logMessage(DEBUG, "malformed Hardware line in '%s'", pPath);
         } else {

@@ -6,6 +6,7 @@
 #include <fcntl.h>
 #include <ne_auth.h>
 #include <ne_utils.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -85,8 +86,15 @@ int provideCredentials(const char* pLabel, const std::string& sUser, const std::
 
 bool copyFile(const std::string& sPath, int iFd)
 {
-    const FileDescriptor source(open(sPath.c_str(), O_RDONLY | O_CLOEXEC));
-    if (!source.isOpen()) {
+    // A server may redirect to a file: it must not make us wait for a pipe or read a device.
+    const FileDescriptor source(open(sPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat info = {};
+    bool bUsable = source.isOpen() && fstat(source.get(), &info) == 0;
+    if (bUsable && !S_ISREG(info.st_mode)) {
+        errno = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
+        bUsable = false;
+    }
+    if (!bUsable) {
         logMessage(ERROR, "failed copying file (%s)", errnoText().c_str());
         return false;
     }

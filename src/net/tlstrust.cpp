@@ -1,12 +1,13 @@
 #include "net/tlstrust.h"
 
+#include "support/files.h"
 #include "support/logger.h"
 
 #include <ne_ssl.h>
 
-#include <fstream>
-#include <iterator>
+#include <cstring>
 #include <memory>
+#include <string_view>
 
 namespace {
 
@@ -25,13 +26,14 @@ std::vector<std::string> pemCertificates(const std::string& sText)
     std::vector<std::string> vCertificates;
     std::size_t uBegin = 0;
     while ((uBegin = sText.find(k_sBegin, uBegin)) != std::string::npos) {
-        uBegin += k_sBegin.size();
         const std::size_t uEnd = sText.find(k_sEnd, uBegin);
         if (uEnd == std::string::npos) {
             break;
         }
+        // Begin at the last mark in front of the end: one before it belongs to a cut certificate.
+        uBegin = sText.rfind(k_sBegin, uEnd) + k_sBegin.size();
         std::string sBase64 = sText.substr(uBegin, uEnd - uBegin);
-        std::erase_if(sBase64, [](char c) { return c == '\n' || c == '\r' || c == ' '; });
+        std::erase_if(sBase64, [](char c) { return std::strchr(" \t\r\n\v\f", c) != nullptr; });
         vCertificates.push_back(sBase64);
         uBegin = uEnd + k_sEnd.size();
     }
@@ -44,8 +46,12 @@ void trustServers(ne_session* pSession, const std::string& sTrust)
         ne_ssl_trust_default_ca(pSession);
         return;
     }
-    std::ifstream file(sTrust, std::ios::binary);
-    const std::string sText((std::istreambuf_iterator<char>(file)), {});
+    std::string sText;
+    if (!readFile(sTrust, sText)) {
+        logMessage(ERROR, "cannot read TLS certificates '%s' (%s)", sTrust.c_str(),
+                   errnoText().c_str());
+        return;
+    }
     bool bFound = false;
     for (const std::string& sBase64 : pemCertificates(sText)) {
         const Certificate certificate(ne_ssl_cert_import(sBase64.c_str()));

@@ -3,6 +3,7 @@
 #include "net/localnetwork.h"
 #include "net/request.h"
 #include "net/tlstrust.h"
+#include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 
@@ -193,12 +194,12 @@ void URLFetcher::clearAddresses()
 
 URLFetcher::~URLFetcher()
 {
+    closeConnection();  // neon tells of it by a record that clearAddresses() releases
     clearAddresses();
     if (m_pSession != nullptr) {
         logMessage(DEBUG, "destroying session for %s://%s:%u", m_sScheme.c_str(), m_sHost.c_str(),
                    m_uPort);
         ne_session_destroy(m_pSession);
-        m_pSession = nullptr;
     }
 }
 
@@ -239,8 +240,7 @@ bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
         return copyFile(sPath, iFd);
     }
     if (hasControlCharacter(sPath)) {
-        // It would add lines of its own to the header of the request. Logging it would do the same
-        // to the log.
+        // It would add lines of its own to the header of the request.
         logMessage(ERROR, "refused to request a path with a control character");
         return false;
     }

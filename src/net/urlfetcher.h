@@ -23,13 +23,12 @@ public:
         Notifier& operator=(const Notifier&) = delete;
         virtual ~Notifier();
 
-        /// Called inside get(), on each event of the session. Must not throw. This one does
-        /// nothing.
+        /// Called inside get(), on each event of the session. Must not throw. Here it does nothing.
         virtual void notify(ne_session_status status, const ne_session_status_info* pInfo);
     };
 
     /// Takes the settings of all fetchers, reads the device's identity and recovers the default
-    /// credentials. Call it before the first fetcher is made; later calls change nothing. Failures
+    /// credentials. Without it no fetcher is valid; calls behind the first change nothing. Failures
     /// are logged and leave the values concerned empty.
     static void setNetworkDefaults(const ProxyConfig& config);
 
@@ -56,12 +55,10 @@ public:
     /// Brings one resource into a file, with at most two retries.
     ///
     /// @param sPath          complete path on the server, or of a local file; goes out unchanged.
-    /// @param iFd            descriptor open for writing, at the start of an empty file; stays
-    /// open.
+    /// @param iFd            descriptor open for writing, at the start of an empty file; stays open.
     /// @param bBypassCaches  forbids HTTP caches to answer.
     /// @param sLabel         name of the resource in messages.
-    /// @return               true if the whole resource stands in the file. Otherwise the file
-    /// holds
+    /// @return               true if the whole resource stands in the file. Otherwise the file holds
     ///                       whatever came last, and nothing if wasRedirected().
     [[nodiscard]] bool get(const std::string& sPath, int iFd, bool bBypassCaches,
                            const std::string& sLabel);
@@ -69,26 +66,26 @@ public:
     /// True if the last get() ended in a redirect, which is then not logged.
     [[nodiscard]] bool wasRedirected() const { return m_bRedirected; }
 
-    /// Where the last get() was redirected to, or null. Belongs to neon: valid until the next
-    /// get().
+    /// Where the last get() was redirected to, or null. Belongs to neon: valid until the next get().
     [[nodiscard]] const ne_uri* redirectLocation() const;
 
 private:
     static void readCpuInfo();
-    static bool recoverDefaultCredentials();
-    static bool buildDefaultPassword();
-    static bool buildDefaultUser();
+    [[nodiscard]] static bool recoverDefaultCredentials();
+    [[nodiscard]] static bool buildDefaultPassword();
+    [[nodiscard]] static bool buildDefaultUser();
 
     static int serverCredentials(void* pUserData, const char* pRealm, int iAttempt, char* pUser,
                                  char* pPassword);
     static int proxyCredentials(void* pUserData, const char* pRealm, int iAttempt, char* pUser,
                                 char* pPassword);
 
-    bool openSession();
+    [[nodiscard]] bool openSession();
     void chooseProxy();
-    bool findLocalAddresses();
+    [[nodiscard]] bool findLocalAddresses();
     void clearAddresses();
-    int request(const std::string& sPath, int iFd, bool bBypassCaches, int& iStatusClass);
+    [[nodiscard]] int request(const std::string& sPath, int iFd, bool bBypassCaches,
+                              int& iStatusClass);
 
     static bool s_bInitialized;
     static ProxyConfig s_proxy;
@@ -106,6 +103,6 @@ private:
     ne_session* m_pSession = nullptr;  ///< owned; null for a file: origin
     bool m_bRedirected = false;
     /// The host's addresses on a local network, owned; empty unless the proxy is bypassed. The
-    /// session keeps pointers into it.
+    /// session keeps these pointers.
     std::vector<ne_inet_addr*> m_vAddrs;
 };

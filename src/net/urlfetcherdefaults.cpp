@@ -3,6 +3,7 @@
 #include "net/identity.h"
 #include "net/request.h"
 #include "net/urlfetcher.h"
+#include "support/controls.h"
 #include "support/logger.h"
 
 bool URLFetcher::s_bInitialized = false;
@@ -22,7 +23,8 @@ void URLFetcher::setNetworkDefaults(const ProxyConfig& config)
     s_proxy = config;
     s_bInitialized = true;
     readCpuInfo();
-    s_sUserAgent = userAgentText(s_proxy.agentBase, s_proxy.agentProduct, s_sSerial);
+    s_sUserAgent =
+        printable(userAgentText(s_proxy.agentBase, s_proxy.agentProduct, s_sSerial));  // a header
     if (!recoverDefaultCredentials()) {
         logMessage(WARNING, "cannot recover default authentication credentials");
     }

@@ -36,6 +36,12 @@ void DependencySet::insertAll(std::vector<Dependency> vEntries)
     m_vEntries.shrink_to_fit();
 }
 
+void DependencySet::eraseMarked(const std::vector<bool>& vMarks)
+{
+    auto mark = vMarks.begin();
+    std::erase_if(m_vEntries, [&](const Dependency&) { return *mark++; });
+}
+
 bool dependencyMatches(const Dependency& a, const Dependency& b)
 {
     if (a.name != b.name) {

@@ -42,8 +42,10 @@ public:
     /// Adds many elements, in any order, at the cost of a sort.
     void insertAll(std::vector<Dependency> vEntries);
 
-    /// Removes one element; returns the place of the one behind it.
-    const_iterator erase(const_iterator it) { return m_vEntries.erase(it); }
+    /// Removes the elements that are marked, by their place in the set, in linear time.
+    ///
+    /// @param vMarks  one mark for each element.
+    void eraseMarked(const std::vector<bool>& vMarks);
     void clear() { m_vEntries.clear(); }
 
 private:

@@ -8,9 +8,21 @@
 
 namespace {
 
+/// rpmvercmp() takes as much stack as its arguments are long. No version is; what is, is compared by
+/// its beginning.
+constexpr std::size_t k_uMaxCompared = 4096;
+
 int compareText(Text a, Text b)
 {
-    return a == b ? 0 : rpmvercmp(a.c_str(), b.c_str());
+    if (a == b) {
+        return 0;
+    }
+    if (a.view().size() <= k_uMaxCompared && b.view().size() <= k_uMaxCompared) {
+        return rpmvercmp(a.c_str(), b.c_str());
+    }
+    const std::string sA(a.view().substr(0, k_uMaxCompared));
+    const std::string sB(b.view().substr(0, k_uMaxCompared));
+    return rpmvercmp(sA.c_str(), sB.c_str());
 }
 
 }  // namespace

@@ -66,7 +66,7 @@ public:
         return it != end() ? std::pair(it, false) : std::pair(m_vPackages.insert(package), true);
     }
 
-    /// The first package of a name, or end().
+    /// A package of a name, or end().
     [[nodiscard]] const_iterator find(Text sName) const { return m_vPackages.find(sName); }
 
     /// All packages of a name, in order of arrival.

@@ -3,6 +3,7 @@
 #include "rpmdb/rpmdb.h"
 #include "support/logger.h"
 
+#include <utility>
 #include <vector>
 
 namespace {
@@ -35,18 +36,22 @@ bool isProvided(const DependencySet& provides, const Dependency& require)
     return false;
 }
 
-/// Takes the entries that one provide of `package` meets out of `unsatisfied`.
+/// Marks the entries of `unsatisfied` that one provide of `package` meets and no other did before.
 ///
-/// @return true if there were any; the package is in `updateSet` then.
-bool pullFor(const Package& package, const Dependency& provide, DependencySet& unsatisfied,
-             PackageSet& updateSet)
+/// @param vMet  one mark for each entry.
+/// @return      true if there were any; the package is in `updateSet` then.
+bool pullFor(const Package& package, const Dependency& provide, const DependencySet& unsatisfied,
+             std::vector<bool>& vMet, PackageSet& updateSet)
 {
     bool bPulled = false;
-    auto it = unsatisfied.lowerBound({provide.name, {}, 0});
-    while (it != unsatisfied.end() && it->name == provide.name) {
+    for (auto it = unsatisfied.lowerBound({provide.name, {}, 0});
+         it != unsatisfied.end() && it->name == provide.name; ++it) {
+        const auto uPlace = static_cast<std::size_t>(it - unsatisfied.begin());
+        if (vMet[uPlace]) {
+            continue;
+        }
         logMessage(DEBUG, "checking provide %s", dependencyText(provide).c_str());
         if (!dependencyMatches(provide, *it)) {
-            ++it;
             continue;
         }
         if (!bPulled) {
@@ -57,7 +62,7 @@ bool pullFor(const Package& package, const Dependency& provide, DependencySet& u
         }
         logMessage(DEBUG, "removing require '%s', provided by pulled package",
                    dependencyText(*it).c_str());
-        it = unsatisfied.erase(it);
+        vMet[uPlace] = true;
     }
     return bPulled;
 }
@@ -115,15 +120,17 @@ void missingRequires(const InstalledPackageSet& installed, const PackageSet& upd
         }
     }
 
+    std::vector<Dependency> vMissing;
     for (const InstalledPackage* pPackage : vFuture) {
         for (const Dependency& require : pPackage->requires_) {
             if (!isProvided(provides, require)) {
-                unsatisfied.insert(require);
+                vMissing.push_back(require);
                 logMessage(DEBUG, "failed dep: %s is needed by %s", dependencyText(require).c_str(),
                            packageText(*pPackage).c_str());
             }
         }
     }
+    unsatisfied.insertAll(std::move(vMissing));
 }
 
 bool Resolver::resolveDependencies(const PackageSet& available, DependencySet& unsatisfied,
@@ -131,6 +138,7 @@ bool Resolver::resolveDependencies(const PackageSet& available, DependencySet& u
 {
     logMessage(DEBUG, "resolving dependencies");
     unsigned uPulled = 0;
+    std::vector<bool> vMet(unsatisfied.size());
     for (auto it = available.begin(); it != available.end();) {
         if (updateSet.find(it->name) != updateSet.end()) {
             logMessage(TRACE, "package %s already in", packageText(*it).c_str());
@@ -142,11 +150,12 @@ bool Resolver::resolveDependencies(const PackageSet& available, DependencySet& u
         logMessage(TRACE, "found %s as best", packageText(*best).c_str());
         for (const Dependency& provide : best->provides) {
             logMessage(TRACE, "check prov %s", dependencyText(provide).c_str());
-            if (pullFor(*best, provide, unsatisfied, updateSet)) {
+            if (pullFor(*best, provide, unsatisfied, vMet, updateSet)) {
                 ++uPulled;
             }
         }
     }
+    unsatisfied.eraseMarked(vMet);
     logMessage(DEBUG, "pulled %u packages", uPulled);
     return uPulled != 0;
 }

@@ -1,8 +1,9 @@
 #include "packages/text.h"
 
+#include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
-#include <new>
 #include <vector>
 
 namespace {
@@ -104,7 +105,7 @@ private:
     void addChunk(std::size_t uUnits)
     {
         if (m_vChunks.size() > (UINT32_MAX >> k_uChunkShift)) {
-            throw std::bad_alloc();
+            std::abort();  // 16 GiB of names
         }
         const std::size_t uSize = uUnits > k_uChunkUnits ? uUnits : k_uChunkUnits;
         m_vChunks.push_back(std::make_unique_for_overwrite<char[]>(uSize * k_uUnit));

@@ -5,8 +5,7 @@
 #include <chrono>
 
 /// Reports the progress of a transfer job: at most one line a minute, and one at the end of a job
-/// that took longer. The owner sets `total`, counts `done` and calls notify() itself for each item;
-/// sessions call it on their events.
+/// that took longer. The owner tells each finished item; sessions tell their events.
 class ItemNotify : public URLFetcher::Notifier {
 public:
     using Clock = std::chrono::steady_clock;

@@ -44,6 +44,11 @@ int NamespaceScope::find(const xmlChar* pUri) const
                 return static_cast<int>(u);
             }
         }
+        const int iBound = m_vElements[uElement].bound;
+        if (uElement + 1 != m_vElements.size() && iBound != k_iNone &&
+            serves(static_cast<std::size_t>(iBound), pUri)) {
+            return iBound;
+        }
         uEnd = m_vElements[uElement].first;
     }
     return k_iNone;

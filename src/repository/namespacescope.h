@@ -28,12 +28,13 @@ public:
     /// The declaration that the innermost element is bound to, or k_iNone.
     [[nodiscard]] int bound() const { return m_vElements.back().bound; }
 
-    /// The declaration of a URI that an element inside the innermost one would use: the nearest
-    /// one, in document order, whose prefix nobody nearer declares anew. Or k_iNone.
+    /// The declaration of a URI that libxml2's xmlSearchNsByHref() finds from the innermost element:
+    /// going outward, the first one that an element makes, then the one that it is bound to, unless a
+    /// nearer element declares the same prefix anew. Or k_iNone.
     [[nodiscard]] int find(const xmlChar* pUri) const;
 
-    /// Open elements.
-    [[nodiscard]] std::size_t depth() const { return m_vElements.size(); }
+    /// Declarations in scope, hidden ones included. Each element costs a look at all of them.
+    [[nodiscard]] std::size_t declarations() const { return m_vDeclarations.size(); }
 
 private:
     struct Declaration {

@@ -1,152 +1,24 @@
 #include "repository/primaryhandler.h"
 
+#include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 #include "support/xml.h"
 
 #include <rpm/rpmlib.h>
 
-#include <array>
-#include <cerrno>
-#include <climits>
-#include <cstdlib>
+#include <utility>
 
 namespace {
 
 constexpr const char* k_pCommonNamespace = "http://linux.duke.edu/metadata/common";
 constexpr const char* k_pRpmNamespace = "http://linux.duke.edu/metadata/rpm";
 
-/// The most bytes of one text; what libxml2 itself allows where it builds a tree.
+/// The most bytes of a text that counts, as libxml2 has it for a node of a tree.
 constexpr std::size_t k_uMaxText = 10'000'000;
 
-struct Attribute {
-    const char* name;
-    bool prefixed;
-    std::string_view value;
-};
-
-Attribute attributeAt(const StartTag& tag, int i)
-{
-    const xmlChar** pp = tag.attributes + std::ptrdiff_t{5} * i;
-    const char* pBegin = chars(pp[3]);
-    return {chars(pp[0]), pp[1] != nullptr, {pBegin, static_cast<std::size_t>(pp[4] - pp[3])}};
-}
-
-/// An attribute without a prefix; nothing if it is missing.
-std::optional<std::string_view> findAttribute(const StartTag& tag, std::string_view sName)
-{
-    for (int i = 0; i < tag.attributeCount; ++i) {
-        const Attribute attribute = attributeAt(tag, i);
-        if (!attribute.prefixed && attribute.name == sName) {
-            return attribute.value;
-        }
-    }
-    return {};
-}
-
-/// The same, telling at DEBUG if it is missing.
-std::optional<std::string_view> attributeOf(const StartTag& tag, const char* pName)
-{
-    const auto sValue = findAttribute(tag, pName);
-    if (!sValue) {
-        logNoAttribute(pName, tag.name);
-    }
-    return sValue;
-}
-
-/// True if there is an attribute of that local name, whatever its prefix.
-bool hasAttribute(const StartTag& tag, std::string_view sName)
-{
-    for (int i = 0; i < tag.attributeCount; ++i) {
-        if (attributeAt(tag, i).name == sName) {
-            return true;
-        }
-    }
-    return false;
-}
-
-/// What comes from the repository and goes into log lines and requests must not forge either.
-bool isClean(std::string_view sText, const char* pElement)
-{
-    if (hasControlCharacter(sText)) {
-        logMessage(DEBUG, "control character in '%s' of package", pElement);
-        return false;
-    }
-    return true;
-}
-
-/// 0 to INT_MAX - 1, in decimal, with what strtol() takes in front.
-std::optional<std::int32_t> parseEpoch(std::string_view sText)
-{
-    const std::string sCopy(sText);
-    char* pEnd = nullptr;
-    const long iValue = std::strtol(sCopy.c_str(), &pEnd, 10);
-    if (pEnd == sCopy.c_str() || *pEnd != '\0' || iValue < 0 || iValue >= INT_MAX) {
-        return {};
-    }
-    return static_cast<std::int32_t>(iValue);
-}
-
-std::optional<Evr> parseEvrAttributes(const StartTag& tag)
-{
-    const auto sEpoch = attributeOf(tag, "epoch");
-    const auto sVersion = attributeOf(tag, "ver");
-    const auto sRelease = attributeOf(tag, "rel");
-    if (!sEpoch || !sVersion) {
-        logMessage(DEBUG, "failed parsing 'version' element");
-        return {};
-    }
-    const auto iEpoch = parseEpoch(*sEpoch);
-    if (!iEpoch || !isClean(*sVersion, tag.name) || !isClean(sRelease.value_or(""), tag.name)) {
-        return {};
-    }
-    return Evr{*iEpoch, *sVersion, sRelease.value_or("")};
-}
-
-std::optional<std::int32_t> parseFlags(std::string_view sText)
-{
-    struct Relation {
-        std::string_view word;
-        std::int32_t flags;
-    };
-    static constexpr std::array<Relation, 5> k_vRelations = {{{"EQ", EQUAL},
-                                                              {"LE", LESS | EQUAL},
-                                                              {"GE", GREATER | EQUAL},
-                                                              {"LT", LESS},
-                                                              {"GT", GREATER}}};
-    for (const Relation& relation : k_vRelations) {
-        if (sText == relation.word) {
-            return relation.flags;
-        }
-    }
-    logMessage(DEBUG, "invalid flags '%s' in 'entry'", std::string(sText).c_str());
-    return {};
-}
-
-/// The version condition of an `entry`, if it has one.
-[[nodiscard]] bool parseCondition(const StartTag& tag, Dependency& entry)
-{
-    if (!hasAttribute(tag, "ver")) {
-        return true;
-    }
-    const auto evr = parseEvrAttributes(tag);
-    if (!evr) {
-        logMessage(DEBUG, "failed parsing EVR in entry");
-        return false;
-    }
-    const auto sFlags = attributeOf(tag, "flags");
-    if (!sFlags) {
-        logMessage(DEBUG, "failed parsing 'flags' in 'entry'");
-        return false;
-    }
-    const auto iFlags = parseFlags(*sFlags);
-    if (!iFlags) {
-        return false;
-    }
-    entry.evr = *evr;
-    entry.flags = *iFlags;
-    return true;
-}
+/// The most namespace declarations in scope. Real files have two.
+constexpr std::size_t k_uMaxDeclarations = 256;
 
 /// Marks a part of a package as read. False if it was there before.
 [[nodiscard]] bool firstTime(bool& bRead)
@@ -160,8 +32,14 @@ bool PrimaryHandler::startElement(const StartTag& tag)
 {
     m_scope.enter(tag.prefix, tag.uri != nullptr, tag.declarationCount, tag.declarations);
     const Kind parent = m_vKinds.empty() ? Kind::OUTSIDE : m_vKinds.back();
+    if (m_scope.declarations() > k_uMaxDeclarations) {
+        logMessage(DEBUG, "too many namespace declarations");
+        return false;
+    }
     std::optional<Kind> kind = Kind::IGNORED;
-    if (m_vKinds.empty()) {
+    if (tag.fromEntity) {
+        // In a tree it would share its namespace declaration with no parent.
+    } else if (m_vKinds.empty()) {
         kind = startTopLevel(tag);
     } else if (parent == Kind::OUTSIDE) {
         kind = startPackage(tag);
@@ -233,8 +111,9 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startPackageChild(const Star
         return Kind::VERSION;
     }
     if (sName == "location") {
-        const auto sHref = firstTime(m_draft.hasLocation) ? attributeOf(tag, "href") : std::nullopt;
-        if (!sHref || !isClean(*sHref, tag.name)) {
+        const auto sHref =
+            firstTime(m_draft.hasLocation) ? cleanAttributeOf(tag, "href") : std::nullopt;
+        if (!sHref) {
             return {};
         }
         package.location = *sHref;
@@ -261,7 +140,6 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startFormatChild(const Start
     if (sName == "group") {
         return firstTime(m_draft.hasGroup) ? std::optional(Kind::GROUP) : std::nullopt;
     }
-    m_vEntries.clear();
     const Text sPackage = m_draft.package.name;
     if (sName == "provides") {
         logMessage(TRACE, "parsing rpm provides for '%s'", sPackage.c_str());
@@ -291,13 +169,16 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startEntry(const StartTag& t
     if (sName->starts_with("rpmlib(")) {
         return Kind::ENTRY;
     }
-    Dependency entry;
-    if (!isClean(*sName, tag.name) || !parseCondition(tag, entry)) {
+    const auto entry = parseEntry(tag, *sName);
+    if (!entry) {
         return {};
     }
-    entry.name = *sName;
-    logMessage(TRACE, "%s", dependencyText(entry).c_str());
-    m_vEntries.push_back(entry);
+    logMessage(TRACE, "%s", dependencyText(*entry).c_str());
+    const Kind list = m_vKinds.back();
+    std::vector<Dependency>& vEntries = list == Kind::PROVIDES   ? m_draft.provides
+                                        : list == Kind::REQUIRES ? m_draft.requires_
+                                                                 : m_draft.obsoletes;
+    vEntries.push_back(*entry);
     return Kind::ENTRY;
 }
 
@@ -309,7 +190,11 @@ bool PrimaryHandler::text(std::string_view sText)
         case Kind::CHECKSUM:
         case Kind::GROUP:
             m_sText += sText;
-            return m_sText.size() <= k_uMaxText;
+            if (m_sText.size() > k_uMaxText) {
+                logMessage(DEBUG, "text of a package is too long");
+                return false;
+            }
+            return true;
         default:
             return true;
     }
@@ -327,11 +212,6 @@ bool PrimaryHandler::endElement()
         case Kind::CHECKSUM:
         case Kind::GROUP:
             return endText(kind);
-        case Kind::PROVIDES:
-        case Kind::REQUIRES:
-        case Kind::OBSOLETES:
-            endList(kind);
-            return true;
         case Kind::PACKAGE:
             return endPackage();
         default:
@@ -357,26 +237,16 @@ bool PrimaryHandler::endText(Kind kind)
         package.checksum.value = m_sText;
         return true;
     }
-    if (!isClean(m_sText, pElement)) {
-        return false;
-    }
-    if (kind == Kind::NAME) {
-        package.name = m_sText;
+    if (kind == Kind::GROUP) {
+        package.group = m_sText;
     } else if (kind == Kind::ARCH) {
         m_draft.arch = m_sText;
+    } else if (isClean(m_sText, pElement)) {
+        package.name = m_sText;
     } else {
-        package.group = m_sText;
+        return false;
     }
     return true;
-}
-
-void PrimaryHandler::endList(Kind kind)
-{
-    Package& package = m_draft.package;
-    DependencySet& set = kind == Kind::PROVIDES   ? package.provides
-                         : kind == Kind::REQUIRES ? package.requires_
-                                                  : package.obsoletes;
-    set.insertAll(m_vEntries);
 }
 
 bool PrimaryHandler::endPackage()
@@ -389,9 +259,12 @@ bool PrimaryHandler::endPackage()
     package.localPath = m_sPackagesDir + sFile;
     if (rpmMachineScore(RPM_MACHTABLE_INSTARCH, m_draft.arch.c_str()) == 0) {
         logMessage(WARNING, "skipping package '%s' of non-compatible arch '%s'", sFile.c_str(),
-                   m_draft.arch.c_str());
+                   printable(m_draft.arch).c_str());
         return true;
     }
+    package.provides.insertAll(std::move(m_draft.provides));
+    package.requires_.insertAll(std::move(m_draft.requires_));
+    package.obsoletes.insertAll(std::move(m_draft.obsoletes));
     m_packages.insertEqual(std::move(package));
     return true;
 }

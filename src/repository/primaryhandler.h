@@ -2,22 +2,12 @@
 
 #include "packages/package.h"
 #include "repository/namespacescope.h"
+#include "repository/starttag.h"
 
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-/// A start tag, as libxml2's SAX2 interface gives it. Valid during the event.
-struct StartTag {
-    const char* name;  ///< local name
-    const xmlChar* prefix;
-    const xmlChar* uri;  ///< null if the element is in no namespace
-    int declarationCount;
-    const xmlChar** declarations;  ///< pairs of prefix and URI
-    int attributeCount;            ///< defaulted ones included
-    const xmlChar** attributes;    ///< local name, prefix, URI, begin and end of the value for each
-};
 
 /// Turns the events of a primary file into packages, one element at a time and without a tree: the
 /// file is the largest input of the program, and this takes three fifths of the time.
@@ -60,7 +50,9 @@ private:
     struct Draft {
         Package package;
         std::string arch;
-        std::string checksumType;
+        std::vector<Dependency> provides;  ///< of all lists, in the order of the file
+        std::vector<Dependency> requires_;
+        std::vector<Dependency> obsoletes;
         bool hasName = false;
         bool hasArch = false;
         bool hasVersion = false;
@@ -75,7 +67,6 @@ private:
     std::optional<Kind> startFormatChild(const StartTag& tag);
     std::optional<Kind> startEntry(const StartTag& tag);
     [[nodiscard]] bool endText(Kind kind);
-    void endList(Kind kind);
     [[nodiscard]] bool endPackage();
 
     std::string m_sPackagesDir;
@@ -85,5 +76,4 @@ private:
     std::vector<int> m_vDeclarations;  ///< for each, the declaration that its children must have
     std::string m_sText;               ///< of the innermost element that has text
     Draft m_draft;
-    std::vector<Dependency> m_vEntries;  ///< of the list under way
 };

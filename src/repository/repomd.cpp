@@ -1,10 +1,10 @@
 #include "repository/repomd.h"
 
+#include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 #include "support/xml.h"
 
-#include <cerrno>
 #include <cstdlib>
 
 namespace {

@@ -36,9 +36,7 @@ using ResourceSet = std::set<RepoResource, ByType>;
 
 /// Reads the index of a repository, repomd.xml of the repomd format.
 ///
-/// @param sCacheDir  directory of the repository in the cache, with its slash: the index lies
-/// there,
-///                   and so do the resources.
+/// @param sCacheDir  directory of the index and the resources in the cache, with its slash.
 /// @param resources  what was read in front of a failure stays in it.
 /// @return           true for a clean end of the document; the reason of a failure stands at DEBUG,
 ///                   but for syntax errors.

@@ -34,7 +34,9 @@ constexpr std::array<rpmTagVal, 4> k_vSignatureTags = {RPMTAG_SIGPGP, RPMTAG_SIG
 bool verifySignatures(rpmts ts, const std::string& sPath, const std::string& sBase)
 {
     const RpmHandle<FD_t> file(Fopen(sPath.c_str(), "r.ufdio"));
-    if (file == nullptr) {
+    if (file == nullptr || Ferror(file.get()) != 0) {
+        logMessage(ERROR, "failed opening '%s' to check signature: %s", sBase.c_str(),
+                   Fstrerror(file.get()));
         return false;
     }
     // What rpm's macros ask for may be less than a signature, or more than a package has.

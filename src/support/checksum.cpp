@@ -1,5 +1,7 @@
 #include "support/checksum.h"
 
+#include "support/controls.h"
+#include "support/files.h"
 #include "support/logger.h"
 
 #include <zlib.h>
@@ -12,13 +14,10 @@ namespace {
 
 constexpr std::size_t k_uBufferSize = 1024;
 
-struct FileCloser {
-    void operator()(std::FILE* pFile) const { std::fclose(pFile); }
+struct GzipCloser {
     void operator()(gzFile_s* pFile) const { gzclose(pFile); }
 };
-
-using PlainFile = std::unique_ptr<std::FILE, FileCloser>;
-using GzipFile = std::unique_ptr<gzFile_s, FileCloser>;
+using GzipFile = std::unique_ptr<gzFile_s, GzipCloser>;
 
 void logOpenFailure(const std::string& sPath)
 {
@@ -28,7 +27,7 @@ void logOpenFailure(const std::string& sPath)
 
 bool digestPlain(const std::string& sPath, unsigned char* pBuffer, Sha1Context& context)
 {
-    const PlainFile file(std::fopen(sPath.c_str(), "rbe"));
+    const File file(std::fopen(sPath.c_str(), "rbe"));
     if (file == nullptr) {
         logOpenFailure(sPath);
         return false;
@@ -91,7 +90,7 @@ bool Checksum::check(const std::string& sPath, bool bDecompress) const
         return false;
     }
     if (type != "sha") {
-        logMessage(ERROR, "unsupported checksum type '%s'", type.c_str());
+        logMessage(ERROR, "unsupported checksum type '%s'", printable(type).c_str());
         return false;
     }
     Sha1Digest digest;
@@ -102,6 +101,6 @@ bool Checksum::check(const std::string& sPath, bool bDecompress) const
     const std::string sText = hexText(digest.data(), digest.size());
     const bool bEqual = sText == value;
     logMessage(DEBUG, "'%s' checksum of '%s' (%s) %s against %s", type.c_str(), sPath.c_str(),
-               sText.c_str(), bEqual ? "checks" : "FAILS", value.c_str());
+               sText.c_str(), bEqual ? "checks" : "FAILS", printable(value).c_str());
     return bEqual;
 }

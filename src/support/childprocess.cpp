@@ -19,8 +19,9 @@ namespace {
 
 constexpr int k_iBufferSize = 1024;
 
-// What follows runs in the freshly forked child. Failures go to standard error, which is the pipe
-// or what the parent had, and never to the log, whose streams the child shares with the parent.
+// What follows runs in the freshly forked child. Failures go to standard error, whatever that is by
+// then, and never to the log, whose streams the child shares with the parent. It ends by _exit():
+// what the parent has registered for its own end must not run here.
 
 [[noreturn]] void failChild(const char* pText)
 {

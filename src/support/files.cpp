@@ -6,8 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <utility>
 
 int FileDescriptor::release()
 {
@@ -57,6 +58,26 @@ bool isReadable(const std::string& sPath)
     return file.isOpen();
 }
 
+bool readFile(const std::string& sPath, std::string& sContents)
+{
+    const FileDescriptor file(open(sPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (!file.isOpen()) {
+        return false;
+    }
+    std::string sRead;
+    std::array<char, 4096> vBuffer;
+    ssize_t iRead = 0;
+    while ((iRead = read(file.get(), vBuffer.data(), vBuffer.size())) != 0) {
+        if (iRead > 0) {
+            sRead.append(vBuffer.data(), static_cast<std::size_t>(iRead));
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    sContents = std::move(sRead);
+    return true;
+}
+
 bool writeAll(int iFd, const char* pData, std::size_t uLength)
 {
     while (uLength > 0) {
@@ -71,12 +92,4 @@ bool writeAll(int iFd, const char* pData, std::size_t uLength)
         uLength -= static_cast<std::size_t>(iWritten);
     }
     return true;
-}
-
-bool hasControlCharacter(std::string_view sText)
-{
-    return std::any_of(sText.begin(), sText.end(), [](char c) {
-        const auto uByte = static_cast<unsigned char>(c);
-        return uByte < 0x20 || uByte == 0x7f;
-    });
 }

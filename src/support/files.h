@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdio>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -36,10 +38,18 @@ std::string baseName(std::string_view sPath);
 /// True if the file can be opened for reading; otherwise why not is logged at DEBUG.
 [[nodiscard]] bool isReadable(const std::string& sPath);
 
+/// Reads a whole file into memory; for files of the device's own only.
+///
+/// @return false, with errno set, if it cannot be opened or read; `sContents` is unchanged then.
+[[nodiscard]] bool readFile(const std::string& sPath, std::string& sContents);
+
 /// Writes a whole block, going on after a partial write and after EINTR.
 ///
 /// @return false, with errno set, on any other error.
 [[nodiscard]] bool writeAll(int iFd, const char* pData, std::size_t uLength);
 
-/// True if the text holds a control character: a byte below 0x20, or 0x7f.
-[[nodiscard]] bool hasControlCharacter(std::string_view sText);
+struct FileCloser {
+    void operator()(std::FILE* pFile) const { std::fclose(pFile); }
+};
+/// A stdio stream that closes itself.
+using File = std::unique_ptr<std::FILE, FileCloser>;

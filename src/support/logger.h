@@ -21,7 +21,7 @@ public:
     static Logger& instance();
 
     /// True if the process-wide instance logs messages of this level at all.
-    static bool admits(int iLevel) { return iLevel >= instance().m_iThreshold; }
+    static bool admits(int iLevel) { return iLevel >= instance().threshold(); }
 
     /// The lowest level that is logged at all.
     [[nodiscard]] int threshold() const { return m_iThreshold; }

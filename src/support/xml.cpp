@@ -1,14 +1,14 @@
 #include "support/xml.h"
 
-#include "support/files.h"
+#include "support/controls.h"
 #include "support/logger.h"
 
 #include <libxml/parser.h>
 #include <libxml/xmlerror.h>
 
-#include <array>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 
 namespace {
 
@@ -26,18 +26,20 @@ xmlParserInputPtr refuseEntity(const char* /*pUrl*/, const char* /*pId*/, xmlPar
 __attribute__((format(printf, 2, 3))) void printMarked(void* /*pContext*/, const char* pFormat, ...)
 {
     static std::string s_sLine;
-    std::array<char, 1024> vPiece;
+    char* pPiece = nullptr;
     va_list vArguments;
     va_start(vArguments, pFormat);
-    const int iLength = std::vsnprintf(vPiece.data(), vPiece.size(), pFormat, vArguments);
+    const int iLength = vasprintf(&pPiece, pFormat, vArguments);
     va_end(vArguments);
-    for (const char* p = vPiece.data(); iLength > 0 && *p != '\0'; ++p) {
-        if (*p == '\n') {
-            std::fprintf(stderr, "libxml2: %s\n", s_sLine.c_str());
-            s_sLine.clear();
-        } else {
-            s_sLine += hasControlCharacter({p, 1}) ? '?' : *p;
-        }
+    if (iLength < 0) {
+        return;
+    }
+    s_sLine.append(pPiece, static_cast<std::size_t>(iLength));
+    std::free(pPiece);
+    std::size_t uEnd = 0;
+    while ((uEnd = s_sLine.find('\n')) != std::string::npos) {
+        std::fprintf(stderr, "libxml2: %s\n", printable(s_sLine.substr(0, uEnd)).c_str());
+        s_sLine.erase(0, uEnd + 1);
     }
 }
 
@@ -50,7 +52,12 @@ void markLibraryMessages()
 
 XmlReader openXmlReader(const std::string& sPath)
 {
-    return XmlReader(xmlReaderForFile(sPath.c_str(), nullptr, k_iXmlOptions));
+    return XmlReader(xmlReaderForFile(localXmlPath(sPath).c_str(), nullptr, k_iXmlOptions));
+}
+
+std::string localXmlPath(const std::string& sPath)
+{
+    return sPath.starts_with('/') ? sPath : "./" + sPath;
 }
 
 void refuseExternalEntities()

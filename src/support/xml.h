@@ -20,6 +20,9 @@ using XmlReader = std::unique_ptr<xmlTextReader, XmlReaderDeleter>;
 /// be opened.
 [[nodiscard]] XmlReader openXmlReader(const std::string& sPath);
 
+/// A path in a form that libxml2 takes for nothing but a file: it has ideas about "-" and URLs.
+std::string localXmlPath(const std::string& sPath);
+
 /// Makes libxml2 refuse all external entities and DTDs, in the whole process and for good. Without
 /// it a document could pull local files into its text.
 void refuseExternalEntities();
