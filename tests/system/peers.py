@@ -8,21 +8,28 @@ import time
 from pathlib import Path
 
 from device.device import Device, Result
+from scenes import REPORT
 
-FIRST = "repodata/repomd.xml"
-NO_INDEX = [f"ERROR: failed getting repository resource '{FIRST}'", "ERROR: could not update repository data",
+INDEX, PRIMARY = "repodata/repomd.xml", "repodata/primary.xml.gz"
+GOOD = [*REPORT, "INFO: --- EXIT OK ---"]
+NO_INDEX = [f"ERROR: failed getting repository resource '{INDEX}'", "ERROR: could not update repository data",
             "INFO: --- EXIT ERROR ---"]
-AGENT = "<user-agent><base>agent</base><prodname>demo</prodname></user-agent>"
 USER = "demo-0210"
+
+
+def point_at(device: Device, uri: str, extra: str = "", level: str = "info") -> Device:
+    device.configure(uri, release="firmware", addons=["extra"], level=level,
+                     extra=f"<user-agent><base>demo</base><prodname>demo</prodname></user-agent>{extra}")
+    return device
 
 
 def update(device: Device, *arguments: str, **environment: str) -> Result:
     return device.run("--max-wait-time=-1", *arguments, **environment)
 
 
-def behind_head(result: Result) -> list[str]:
-    """The lines from the first one on that the network may have caused."""
-    head, _, rest = result.stderr.partition("\nINFO: updating packages from ")
+def check(device: Device, **environment: str) -> list[str]:
+    """Checks for updates, and gives the lines from the first one on that the network may have caused."""
+    head, _, rest = update(device, "--check-only", **environment).stderr.partition("\nINFO: updating packages from ")
     assert rest, head
     return rest.splitlines()[1:]
 
@@ -42,100 +49,83 @@ def nginx(device: Device) -> None:
     """On port 8080 of every local address, /srv. A line of the log is the number of the connection, path,
     status, user agent, Cache-Control, Pragma."""
     places = "".join(f"{name}_temp_path /srv/nginx/{name};" for name in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
-    device.write("/srv/nginx/conf", f"""
-        daemon off; master_process off; pid /srv/nginx/pid; error_log /srv/nginx/error;
-        events {{ }}
-        http {{
-            {places}
-            log_format line "$connection|$uri|$status|$http_user_agent|$http_cache_control|$http_pragma";
-            access_log /srv/nginx/access line;
-            server {{ listen 8080; listen [::]:8080; root /srv; }}
-        }}""")
+    device.write("/srv/nginx/conf", f"""daemon off; master_process off; pid /srv/nginx/pid; events {{ }}
+        http {{ log_format line "$connection|$uri|$status|$http_user_agent|$http_cache_control|$http_pragma";
+                access_log /srv/nginx/access line; {places} server {{ listen 8080; listen [::]:8080; root /srv; }} }}""")
     device.serve("/usr/sbin/nginx", "-e", "/srv/nginx/error", "-c", "/srv/nginx/conf", port=8080)
 
 
 def squid(device: Device, scheme: str = "") -> None:
     """On port 3128, keeps everything for a day. `scheme`: "basic" or "digest", for user "me" with the
-    password "secret". It alone knows the host "repo.test". A line of its log ends in result and URL."""
-    helper = {"": "", "basic": "basic_ncsa_auth", "digest": "digest_file_auth"}[scheme]
-    password = "secret" if scheme == "digest" else subprocess.check_output(["openssl", "passwd", "-apr1", "secret"], text=True)
+    password "secret". It alone knows the host "repo.test". A line of its log is result and URL."""
+    lines = ["http_port 3128", "pid_filename none", "visible_hostname proxy", "hosts_file /srv/squid/hosts",
+             "dns_nameservers 127.0.0.1", "pinger_enable off", "netdb_filename none", "cache_log /srv/squid/log",
+             "coredump_dir /srv/squid", "logformat line %Ss %ru", "access_log stdio:/srv/squid/access line",
+             "refresh_pattern . 1440 100% 1440 override-expire override-lastmod"]
+    password, access = "secret", ["http_access allow all"]
+    if scheme:
+        program = {"basic": "basic_ncsa_auth", "digest": "digest_file_auth"}[scheme]
+        access = [f"auth_param {scheme} program /usr/lib/squid/{program} /srv/squid/users",
+                  f"auth_param {scheme} realm proxy", "acl known proxy_auth REQUIRED", "http_access allow known"]
+    if scheme == "basic":
+        password = subprocess.check_output(["openssl", "passwd", "-apr1", "secret"], text=True)
     device.write("/srv/squid/users", f"me:{password}")
     device.write("/srv/squid/hosts", "127.0.0.1 localhost repo.test\n")
-    access = f"""auth_param {scheme} program /usr/lib/squid/{helper} /srv/squid/users
-auth_param {scheme} children 1
-auth_param {scheme} realm proxy
-acl known proxy_auth REQUIRED
-http_access allow known
-http_access deny all""" if scheme else "http_access allow all"
-    device.write("/srv/squid/conf", f"""http_port 3128
-pid_filename none
-visible_hostname proxy
-hosts_file /srv/squid/hosts
-dns_nameservers 127.0.0.1
-pinger_enable off
-netdb_filename none
-cache_log /srv/squid/log
-coredump_dir /srv/squid
-logformat line %Ss %ru
-access_log stdio:/srv/squid/access line
-refresh_pattern . 1440 100% 1440 override-expire override-lastmod
-{access}
-""")
+    device.write("/srv/squid/conf", "\n".join([*lines, *access, ""]))
     device.serve("/usr/sbin/squid", "-N", "-f", "/srv/squid/conf", port=3128)
 
 
 def use_proxy(device: Device, **attributes: str) -> None:
-    device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='127.0.0.1' port='3128' {}/></proxyconf>".format(
-        " ".join(f"{name}='{value}'" for name, value in attributes.items())))
+    pairs = {"server": "127.0.0.1", "port": "3128"} | attributes
+    text = " ".join(f"{name}='{value}'" for name, value in pairs.items())
+    device.write("/etc/network/orvproxy.conf", f"<proxyconf><proxy {text}/></proxyconf>")
 
 
-def certificates(directory: Path) -> None:
+def certificates(directory: Path) -> Path:
     """Makes NAME.pem with NAME.key: authorities "ca" and "other", and for the host repo.test "good",
     "expired", "untrusted" (of the other authority) and "self-signed"; "misnamed" is for another host."""
-    def openssl(*arguments: str) -> None:
-        subprocess.run(["openssl", *arguments], cwd=directory, check=True, capture_output=True)
+    def openssl(command: str) -> None:
+        subprocess.run(["openssl", *command.split()], cwd=directory, check=True, capture_output=True)
 
-    directory.mkdir()
     for name, issuer, host, days in (
             ("ca", "", "ca", 9), ("other", "", "other", 9), ("good", "ca", "repo.test", 9), ("expired", "ca", "repo.test", -1),
             ("untrusted", "other", "repo.test", 9), ("self-signed", "", "repo.test", 9), ("misnamed", "ca", "elsewhere.test", 9)):
         authority = "TRUE" if name == host else "FALSE"
-        openssl("req", "-new", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-subj", f"/CN={host}",
-                "-addext", f"subjectAltName=DNS:{host}", "-addext", f"basicConstraints=CA:{authority}",
-                "-keyout", f"{name}.key", "-out", "request")
-        issued = ("-CA", f"{issuer}.pem", "-CAkey", f"{issuer}.key") if issuer else ("-signkey", f"{name}.key")
-        openssl("x509", "-req", "-in", "request", "-copy_extensions", "copy", *issued, "-days", str(days), "-out", f"{name}.pem")
+        openssl("req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -out request "
+                f"-subj /CN={host} -addext subjectAltName=DNS:{host} -addext basicConstraints=CA:{authority} -keyout {name}.key")
+        openssl(f"x509 -req -in request -copy_extensions copy -days {days} -out {name}.pem "
+                + (f"-CA {issuer}.pem -CAkey {issuer}.key" if issuer else f"-signkey {name}.key"))
+    return directory
 
 
 def httpd(device: Device, password: str = "", tls: dict[int, Path] | None = None) -> None:
     """On port 8080, and with TLS on each port of `tls` with the certificate of that path. /digest, /legacy
     (digest without qop) and /basic are /srv/repo for USER with the password. A line of its log is user and
     status. repo.test is its name."""
-    modules = ("mpm_event", "alias", "headers", "ssl", "auth_basic", "auth_digest", "authn_core", "authn_file",
-               "authz_core", "authz_user")
     tls = tls or {}
-    secret = hashlib.md5(f"{USER}:realm:{password}".encode()).hexdigest()
-    device.write("/srv/httpd/digest", f"{USER}:realm:{secret}\n")
-    device.write("/srv/httpd/basic", f"{USER}:{{SHA}}{base64.b64encode(hashlib.sha1(password.encode()).digest()).decode()}\n")
+    device.write("/srv/httpd/Digest", f"{USER}:realm:" + hashlib.md5(f"{USER}:realm:{password}".encode()).hexdigest())
+    device.write("/srv/httpd/Basic", f"{USER}:{{SHA}}" + base64.b64encode(hashlib.sha1(password.encode()).digest()).decode())
     device.write("/etc/hosts", "127.0.0.1 localhost repo.test\n")
     lines = ["ServerRoot /srv/httpd", "ServerName repo.test", "PidFile pid", "ErrorLog error", "Mutex file:/srv/httpd",
-             *(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.so" for name in modules),
+             *(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.so" for name in (
+                 "mpm_event", "alias", "headers", "ssl", "auth_basic", "auth_digest", "authn_core", "authn_file",
+                 "authz_core", "authz_user")),
              "Listen 8080", "DocumentRoot /srv", 'LogFormat "%u %>s" line', "CustomLog access line"]
     without_qop = 'Header always edit WWW-Authenticate ", qop=[^,]*" ""'
     for name, kind, extra in (("digest", "Digest", ""), ("legacy", "Digest", without_qop), ("basic", "Basic", "")):
         lines += [f"Alias /{name} /srv/repo", f"<Location /{name}>", f"AuthType {kind}", "AuthName realm", extra,
-                  f"Auth{kind}Provider file", f"AuthUserFile {kind.lower()}", "Require valid-user", "</Location>"]
-    for port, certificate in tls.items():
-        device.write(f"/srv/httpd/{port}.pem", certificate.read_bytes() + certificate.with_suffix(".key").read_bytes())
+                  f"Auth{kind}Provider file", f"AuthUserFile {kind}", "Require valid-user", "</Location>"]
+    for port, pem in tls.items():
+        device.write(f"/srv/httpd/{port}.pem", pem.read_bytes() + pem.with_suffix(".key").read_bytes())
         lines += [f"Listen {port}", f"<VirtualHost *:{port}>", "SSLEngine on", f"SSLCertificateFile {port}.pem", "</VirtualHost>"]
-    device.write("/srv/httpd/conf", "\n".join(lines) + "\n")
+    device.write("/srv/httpd/conf", "\n".join([*lines, ""]))
     device.serve("/usr/sbin/apache2", "-X", "-f", "/srv/httpd/conf", port=max([8080, *tls]))
 
 
 def scripted(device: Device, *answers: list | None) -> None:
-    """On port 8080: answers each request in turn, and then closes the connection. An answer is a list of texts
-    to send, of seconds to wait and of None to reset the connection; None instead of a list gives the file
-    of that path, as does every request behind the last answer. A line of its log is path and Host."""
+    """On port 8080: answers each request in turn, and closes the connection each time. An answer is a list of
+    texts to send, of seconds to wait and of None to reset the connection; None instead of a list gives the
+    file of that path, as does every request behind the last answer. A line of its log is path and Host."""
     device.write("/srv/scripted/answers", json.dumps(answers))
     device.write("/srv/scripted/server", Path(__file__).with_name("scripted.py").read_bytes())
-    device.serve("/usr/bin/python3", "-I", "/srv/scripted/server", "8080", port=8080)
+    device.serve("/usr/bin/python3", "-I", "/srv/scripted/server", port=8080)

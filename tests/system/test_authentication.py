@@ -5,93 +5,70 @@ import string
 
 import pytest
 from device.device import Device
-from peers import AGENT, FIRST, NO_INDEX, USER, behind_head, certificates, httpd, log_of, update
-from scenes import REPORT, set_up
+from peers import GOOD, INDEX, NO_INDEX, USER, certificates, check, httpd, log_of, point_at, update
+from scenes import set_up
 
 ALPHABET = string.ascii_lowercase + string.ascii_uppercase + string.digits + ".-"
-EEPROM = "/sys/bus/i2c/drivers/Quorax-EEPROM"
-CORE, BASE = b"core-EEPROM02-00-12345", b"base-EEPROM02-12-67890"  # 22 bytes: the last one does not count
-OTHER = bytes(range(21)), bytes(range(100, 121))
-GOOD = [*REPORT, "INFO: --- EXIT OK ---"]
-REFUSED = [f"ERROR: failed fetching '{FIRST}' (authentication failed on server)", *NO_INDEX]
+CORE, BASE = b"core-EEPROM02-00-12345", b"base-EEPROM02-12-67890"  # the last one of 22 bytes does not count
+MENDED = b"core-EEPROM02-12-1234"
+REFUSED = [f"ERROR: failed fetching '{INDEX}' (authentication failed on server)", *NO_INDEX]
 
 
 def password_of(blocks: bytes) -> str:
     return "".join(ALPHABET[byte % 64] for byte in hashlib.md5(blocks).digest()[:12])
 
 
-PASSWORD = password_of(OTHER[0] + OTHER[1])
+PASSWORD = password_of(BASE[:21] + CORE[:21])
 
 
-def set_blocks(device: Device, blocks: dict[int, bytes]) -> None:
-    for number in (50, 52, 53):
-        device.path(f"{EEPROM}/0-00{number}/data").unlink(missing_ok=True)
-        if number in blocks:
-            device.write(f"{EEPROM}/0-00{number}/data", blocks[number])
-
-
-def go_to(device: Device, path: str, scheme: str = "http", level: str = "info") -> None:
-    tls = '<tls trust="system"/>' if scheme == "https" else ""
-    device.configure({"http": "http://localhost:8080/", "https": "https://repo.test:8443/"}[scheme] + path,
-                     release="firmware", addons=["extra"], extra=AGENT + tls, level=level)
-
-
-@pytest.fixture
-def waiting(device):
-    set_blocks(set_up(device), {50: OTHER[0], 52: OTHER[1]})
-    return device
+def set_blocks(device: Device, *blocks: bytes) -> None:
+    for number, block in zip((50, 52, 53), blocks, strict=True):
+        file = device.write(f"/sys/bus/i2c/drivers/Quorax-EEPROM/0-00{number}/data", block)
+        if not block:
+            file.unlink()
 
 
 @pytest.mark.parametrize("board, blocks, hashed", [
-    ("Quorax", {50: CORE, 52: BASE}, CORE[:14] + b"12" + CORE[16:21] + BASE[:21]),  # a faulty pair is mended
-    ("Quorax", {52: CORE, 53: BASE}, CORE[:14] + b"12" + CORE[16:21] + BASE[:21]),
-    ("Quorax", {50: BASE, 52: CORE}, BASE[:21] + CORE[:21]),
-    ("Other", {50: CORE, 52: BASE}, CORE[:21] + BASE[:21]),
-    ("Velmir", {50: b"short", 52: CORE, 53: BASE}, CORE[:21]),
+    ("Quorax", (CORE, BASE, BASE), MENDED + BASE[:21]),
+    ("Quorax", (b"", CORE, BASE), MENDED + BASE[:21]),
+    ("Quorax", (b"short", BASE, CORE), BASE[:21] + CORE[:21]),
+    ("Other", (CORE, BASE, b""), CORE[:21] + BASE[:21]),
+    ("Velmir", (b"short", CORE, BASE), CORE[:21]),
 ])
-def test_the_password_of_every_board(waiting, board, blocks, hashed):
-    waiting.write("/proc/cpuinfo", f"Hardware : {board}\nRevision : 0210\nSerial : 1\n")
-    set_blocks(waiting, blocks)
-    httpd(waiting, password_of(hashed))
-    go_to(waiting, "digest")
-    result = update(waiting, "--check-only")
-    assert (result.returncode, behind_head(result)) == (0, GOOD)
-    assert log_of(waiting, "httpd", 3) == ["- 401", f"{USER} 200", f"{USER} 200"]
+def test_the_password_of_every_board(device, board, blocks, hashed):
+    device.write("/proc/cpuinfo", f"Hardware : {board}\nRevision : 0210\nSerial : 1\n")
+    set_blocks(device, *blocks)
+    httpd(point_at(set_up(device), "http://localhost:8080/digest"), password_of(hashed))
+    assert check(device) == GOOD
+    assert log_of(device, "httpd", 3) == ["- 401", f"{USER} 200", f"{USER} 200"]
 
 
-@pytest.mark.parametrize("scheme, path", [
-    ("http", "digest"), ("http", "legacy"), ("https", "digest"), ("https", "basic")])
-def test_schemes_that_work_and_leave_no_password(waiting, tmp_path, scheme, path):
-    certificates(tmp_path / "tls")
-    httpd(waiting, PASSWORD, {8443: tmp_path / "tls/good.pem"})
-    go_to(waiting, path, scheme, "trace")
-    waiting.write("/srv/ca.pem", (tmp_path / "tls/ca.pem").read_bytes())
-    result = update(waiting, "--test", SSL_CERT_FILE="/srv/ca.pem")
-    assert (result.returncode, f"{USER} 200" in log_of(waiting, "httpd", 2)) == (0, True)
-    assert f"DEBUG: default http user initialized to '{USER}'" in result.lines
+@pytest.mark.parametrize("uri", [
+    "http://localhost:8080/digest", "http://localhost:8080/legacy", "https://repo.test:8443/digest", "https://repo.test:8443/basic"])
+def test_schemes_that_work_and_leave_no_password(device, tmp_path, uri):
+    certificates(tmp_path)
+    set_blocks(device, BASE, CORE, b"")
+    httpd(point_at(set_up(device), uri, '<tls trust="/srv/ca.pem"/>', "trace"), PASSWORD, {8443: tmp_path / "good.pem"})
+    device.write("/srv/ca.pem", (tmp_path / "ca.pem").read_bytes())
+    result = update(device, "--test")
+    assert (result.returncode, f"{USER} 200" in log_of(device, "httpd", 2)) == (0, True)
     assert f"TRACE: attempting http authentication as user '{USER}'" in result.lines
-    written = [file for place in ("/var", "/run", "/tmp", "/opt", "/root") for file in waiting.path(place).rglob("*")]
-    texts = [file.read_bytes() for file in written if file.is_file()]
-    assert len(texts) > 5 and not [text for text in [*texts, result.stderr.encode()] if PASSWORD.encode() in text]
+    written = [file for place in ("/var", "/run", "/tmp", "/opt", "/root") for file in device.path(place).rglob("*")]
+    texts = [result.stderr.encode(), *(file.read_bytes() for file in written if file.is_file())]
+    assert len(texts) > 5 and not any(PASSWORD.encode() in text for text in texts)
 
 
-@pytest.mark.parametrize("path, password, blocks, lines", [
-    ("basic", PASSWORD, True, REFUSED),  # not even asked
-    ("digest", "wrong", True, [f"ERROR: http authentication as user '{USER}' failed", *REFUSED]),
-    ("digest", PASSWORD, False, ["ERROR: http authentication requested but no credentials set", *REFUSED]),
+@pytest.mark.parametrize("path, password, blocks, requests, lines", [
+    ("basic", PASSWORD, (BASE, CORE, b""), 1, REFUSED),  # the credentials are not even asked for
+    ("digest", "wrong", (BASE, CORE, b""), 2, [f"ERROR: http authentication as user '{USER}' failed", *REFUSED]),
+    ("digest", PASSWORD, (b"", CORE, b""), 1, ["ERROR: http authentication requested but no credentials set", *REFUSED]),
 ])
-def test_refusals(waiting, path, password, blocks, lines):
-    if not blocks:
-        set_blocks(waiting, {})
-    httpd(waiting, password)
-    go_to(waiting, path)
-    result = update(waiting, "--check-only", "--log-level", "trace")
-    graver = [line for line in result.lines if line.partition(":")[0] not in ("TRACE", "DEBUG")]
-    lost = ["ERROR: cannot recover default password for authentication",
-            "WARNING: cannot recover default authentication credentials"]
-    assert graver[-len(lines):] == lines
-    assert [line for line in graver if line in lost] == ([] if blocks else lost)
-    attempts = [line for line in result.lines if line.startswith("TRACE: attempting")]
-    assert len(attempts) == (1 if password == "wrong" else 0)
-    requests = 2 if password == "wrong" else 1
-    assert len(log_of(waiting, "httpd", requests)) == requests
+def test_refusals(device, path, password, blocks, requests, lines):
+    set_blocks(device, *blocks)
+    httpd(point_at(set_up(device), f"http://localhost:8080/{path}", level="trace"), password)
+    seen = update(device, "--check-only").lines
+    assert [line for line in seen if line.startswith(("ERROR", "WARNING"))] == [
+        "ERROR: cannot recover default password for authentication",
+        "WARNING: cannot recover default authentication credentials"] * (not blocks[0]) + lines[:-1]
+    assert len([line for line in seen if line.startswith("TRACE: attempting")]) == requests - 1
+    assert len(log_of(device, "httpd", requests)) == requests

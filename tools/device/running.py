@@ -1,5 +1,6 @@
 """A run in the device: how it is followed while it lasts, and what it gave."""
 
+import contextlib
 import dataclasses
 import os
 import re
@@ -79,15 +80,16 @@ class Running:
 
     @property
     def inside(self) -> str:
-        """The process number of the first process in the namespaces of the run; "" before there is one."""
-        return Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children").read_text().strip()
+        """The number of the first process in the namespaces of the run; "" if there is none."""
+        children = Path(f"/proc/{self._process.pid}/task/{self._process.pid}/children")
+        return children.read_text().strip() if self.alive else ""
 
     def listens(self, port: int) -> bool:
         """Whether anything listens on a TCP port in the network of the run."""
-        inside = self.inside
-        return bool(inside) and any(
-            re.search(rf"^ *\d+: \w+:{port:04X} \w+:0000 0A ", Path(f"/proc/{inside}/net/{table}").read_text(), re.MULTILINE)
-            for table in ("tcp", "tcp6"))
+        with contextlib.suppress(FileNotFoundError):  # when it ends just now
+            tables = [Path(f"/proc/{self.inside or 'none'}/net/{name}").read_text() for name in ("tcp", "tcp6")]
+            return any(re.search(rf":{port:04X} \w+:0000 0A ", table) for table in tables)
+        return False
 
     def kill(self) -> None:
         """Ends all processes of the run at once."""
