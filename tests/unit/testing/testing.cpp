@@ -5,6 +5,18 @@
 #include <sstream>
 #include <stdexcept>
 
+std::string replaced(std::string sText, const std::string& sPart, const std::string& sNew)
+{
+    std::size_t u = sText.find(sPart);
+    if (u == std::string::npos) {
+        throw std::invalid_argument(sPart);
+    }
+    for (; u != std::string::npos; u = sText.find(sPart, u + sNew.size())) {
+        sText.replace(u, sPart.size(), sNew);
+    }
+    return sText;
+}
+
 TempDir::TempDir()
 {
     std::string sName = (std::filesystem::temp_directory_path() / "updater-test-XXXXXX").string();

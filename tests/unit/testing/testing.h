@@ -15,6 +15,9 @@ std::string allOf(const Container& container, ToText toText, const std::string& 
     return sAll;
 }
 
+/// A text in which every occurrence of a part, of which there must be one, is replaced.
+std::string replaced(std::string sText, const std::string& sPart, const std::string& sNew);
+
 /// A new empty directory that goes away with the object.
 class TempDir {
 public:
