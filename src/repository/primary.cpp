@@ -27,13 +27,13 @@ struct Parse {
     PrimaryHandler handler;
     xmlParserCtxt* document;  ///< the context of the document itself
     bool failed = false;
-    std::size_t expandedBytes = 0;  ///< what came out of entities so far
+    std::size_t expandedBytes = 0;  ///< what entities have stood for so far
 };
 
-/// How much may come out of entities, in bytes of text; an element counts for k_uElementBytes. A few
-/// bytes of entities can stand for any amount, and each reference is parsed anew.
+/// How many bytes entities may stand for, each reference counted by itself: a few bytes of them can
+/// expand to any amount, and every reference is parsed anew.
 constexpr std::size_t k_uMaxExpanded = 10'000'000;
-constexpr std::size_t k_uElementBytes = 100;
+constexpr std::size_t k_uReferenceBytes = 100;  ///< what a reference costs besides
 
 // The events of the parser. The parser context is its own argument, so that libxml2's functions for
 // entities, which stay in place, find it; ours lies behind its private pointer.
@@ -52,24 +52,18 @@ void proceed(void* pContext, bool bOk)
     }
 }
 
-/// Whether an event is out of an entity.
-bool isFromEntity(void* pContext)
-{
-    return pContext != parseOf(pContext).document;
-}
-
-/// Whether the handler gets an event: not behind a failure, nor out of entities without measure.
-bool isWanted(void* pContext, std::size_t uBytes)
+xmlEntityPtr onReference(void* pContext, const xmlChar* pName) noexcept
 {
     Parse& parse = parseOf(pContext);
-    if (!parse.failed && isFromEntity(pContext)) {
-        parse.expandedBytes += uBytes;
-        if (parse.expandedBytes > k_uMaxExpanded) {
+    xmlEntity* pEntity = xmlSAX2GetEntity(pContext, pName);
+    if (pEntity != nullptr && pEntity->etype != XML_INTERNAL_PREDEFINED_ENTITY) {
+        parse.expandedBytes += k_uReferenceBytes + static_cast<std::size_t>(pEntity->length);
+        if (parse.expandedBytes > k_uMaxExpanded && !parse.failed) {
             logMessage(DEBUG, "entities expand to too much");
             proceed(pContext, false);
         }
     }
-    return !parse.failed;
+    return parse.failed ? nullptr : pEntity;
 }
 
 void onStart(void* pContext, const xmlChar* pName, const xmlChar* pPrefix, const xmlChar* pUri,
@@ -77,25 +71,28 @@ void onStart(void* pContext, const xmlChar* pName, const xmlChar* pPrefix, const
              int /*iDefaulted: those at the end, counted in iAttributes*/,
              const xmlChar** ppAttributes) noexcept
 {
-    if (isWanted(pContext, k_uElementBytes)) {
-        const StartTag tag = {chars(pName),   pPrefix,     pUri,         iDeclarations,
-                              ppDeclarations, iAttributes, ppAttributes, isFromEntity(pContext)};
-        proceed(pContext, parseOf(pContext).handler.startElement(tag));
+    Parse& parse = parseOf(pContext);
+    if (!parse.failed) {
+        const StartTag tag = {
+            chars(pName),   pPrefix,     pUri,         iDeclarations,
+            ppDeclarations, iAttributes, ppAttributes, pContext != parse.document};
+        proceed(pContext, parse.handler.startElement(tag));
     }
 }
 
 void onEnd(void* pContext, const xmlChar*, const xmlChar*, const xmlChar*) noexcept
 {
-    if (isWanted(pContext, 0)) {
-        proceed(pContext, parseOf(pContext).handler.endElement());
+    Parse& parse = parseOf(pContext);
+    if (!parse.failed) {
+        proceed(pContext, parse.handler.endElement());
     }
 }
 
 void onText(void* pContext, const xmlChar* pText, int iLength) noexcept
 {
-    const std::string_view sText = {chars(pText), static_cast<std::size_t>(iLength)};
-    if (isWanted(pContext, sText.size())) {
-        proceed(pContext, parseOf(pContext).handler.text(sText));
+    Parse& parse = parseOf(pContext);
+    if (!parse.failed) {
+        proceed(pContext, parse.handler.text({chars(pText), static_cast<std::size_t>(iLength)}));
     }
 }
 
@@ -133,6 +130,7 @@ bool parsePrimary(const std::string& sPath, const std::string& sPackagesDir, Pac
     context->_private = &parse;
     xmlCtxtUseOptions(context.get(), k_iXmlOptions);
     xmlSAXHandler& sax = *context->sax;
+    sax.getEntity = onReference;
     sax.startElementNs = onStart;
     sax.endElementNs = onEnd;
     sax.characters = onText;
