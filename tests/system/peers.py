@@ -99,21 +99,18 @@ def certificates(directory: Path) -> Path:
 
 
 def httpd(device: Device, password: str = "", tls: dict[int, Path] | None = None) -> None:
-    """On port 8080, and with TLS on each port of `tls` with the certificate of that path. /digest, /legacy
-    (digest without qop) and /basic are /srv/repo for USER with the password. A line of its log is user and
-    status. repo.test is its name."""
+    """On port 8080, and with TLS on each port of `tls` with the certificate of that path. /digest and /basic
+    are /srv/repo for USER with the password. A line of its log is user and status. repo.test is its name."""
     tls = tls or {}
     device.write("/srv/httpd/Digest", f"{USER}:realm:" + hashlib.md5(f"{USER}:realm:{password}".encode()).hexdigest())
     device.write("/srv/httpd/Basic", f"{USER}:{{SHA}}" + base64.b64encode(hashlib.sha1(password.encode()).digest()).decode())
     device.write("/etc/hosts", "127.0.0.1 localhost repo.test\n")
     lines = ["ServerRoot /srv/httpd", "ServerName repo.test", "PidFile pid", "ErrorLog error", "Mutex file:/srv/httpd",
              *(f"LoadModule {name}_module /usr/lib/apache2/modules/mod_{name}.so" for name in (
-                 "mpm_event", "alias", "headers", "ssl", "auth_basic", "auth_digest", "authn_core", "authn_file",
-                 "authz_core", "authz_user")),
+                 "mpm_event", "alias", "ssl", "auth_basic", "auth_digest", "authn_core", "authn_file", "authz_core", "authz_user")),
              "Listen 8080", "DocumentRoot /srv", 'LogFormat "%u %>s" line', "CustomLog access line"]
-    without_qop = 'Header always edit WWW-Authenticate ", qop=[^,]*" ""'
-    for name, kind, extra in (("digest", "Digest", ""), ("legacy", "Digest", without_qop), ("basic", "Basic", "")):
-        lines += [f"Alias /{name} /srv/repo", f"<Location /{name}>", f"AuthType {kind}", "AuthName realm", extra,
+    for kind in ("Digest", "Basic"):
+        lines += [f"Alias /{kind.lower()} /srv/repo", f"<Location /{kind.lower()}>", f"AuthType {kind}", "AuthName realm",
                   f"Auth{kind}Provider file", f"AuthUserFile {kind}", "Require valid-user", "</Location>"]
     for port, pem in tls.items():
         device.write(f"/srv/httpd/{port}.pem", pem.read_bytes() + pem.with_suffix(".key").read_bytes())
@@ -125,7 +122,7 @@ def httpd(device: Device, password: str = "", tls: dict[int, Path] | None = None
 def scripted(device: Device, *answers: list | None) -> None:
     """On port 8080: answers each request in turn, and closes the connection each time. An answer is a list of
     texts to send, of seconds to wait and of None to reset the connection; None instead of a list gives the
-    file of that path, as does every request behind the last answer. A line of its log is path and Host."""
+    file of that path, as does every request behind the last answer. A line of its log is path, Host and Authorization."""
     device.write("/srv/scripted/answers", json.dumps(answers))
     device.write("/srv/scripted/server", Path(__file__).with_name("scripted.py").read_bytes())
     device.serve("/usr/bin/python3", "-I", "/srv/scripted/server", port=8080)

@@ -15,7 +15,8 @@ while True:
         header += received.decode()
     words = header.split()
     with open("/srv/scripted/access", "a", encoding="utf-8") as log:
-        log.write(f"{words[1]} {words[words.index('Host:') + 1]}\n")
+        authorization = header.partition("\r\nAuthorization:")[2].partition("\r\n")[0]
+        log.write(f"{words[1]} {words[words.index('Host:') + 1]}{authorization}\n")
     answer = answers.pop(0) if answers else None
     if answer is None:
         body = Path(words[1]).read_bytes().decode("latin-1")

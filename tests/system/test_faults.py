@@ -97,6 +97,12 @@ def test_answers(waiting, answers, lines, hosts):
     assert (cache.read_text() == "older") == (lines[0] not in (GOOD[0], BAD_INDEX[0]))
 
 
+def test_one_fetcher_for_each_origin(waiting):
+    scripted(point_at(waiting, URI, level="debug"), *[moved("http://localhost:8080/x"), None] * 2)
+    made = [line for line in check(waiting) if line.startswith("DEBUG: URI fetcher")]
+    assert [line.split("host ")[1] for line in made] == ["'127.0.0.1', port 8080 created", "'localhost', port 8080 created"]
+
+
 def test_a_package_that_breaks_off(waiting):
     name = "app-2-1.noarch.rpm"
     scripted(waiting, None, None, *[CUT] * 4)
