@@ -53,9 +53,13 @@ TEST(Primary, readsAllOfAPackage)
               "foo-2:1.2 Net dir/foo.rpm /cache/foo.rpm sha abc\n"
               "R a-rpmlib(|0, b > 0:1|4, z <= 0:1|10, \nP any|0, foo = 2:1.2-3|8, \n"
               "O o < 0:1|2, o >= 0:1|12, , ");
-    dir.write("p", replaced(k_sDocument, "ver='1.2' rel=''", "ver='1.1' rel='1'"));
+    const std::string sEnd = "</c:x></c:metadata>";
+    const std::size_t uBegin = k_sDocument.find("<c:package");
+    const std::string sPackage = k_sDocument.substr(uBegin, k_sDocument.find(sEnd) - uBegin);
+    const std::string sOther = replaced(sPackage, "ver='1.2' rel=''", "ver='1.1' rel='1'");
+    dir.write("p", replaced(k_sDocument, sEnd, sOther + sEnd));
     EXPECT_TRUE(parsePrimary(dir.file("p"), "/cache/", packages));
-    EXPECT_EQ(allOf(packages, packageText), "foo-2:1.2, foo-2:1.1-1, ");  // in file order
+    EXPECT_EQ(allOf(packages, packageText), "foo-2:1.2, foo-2:1.2, foo-2:1.1-1, ");  // in order
     EXPECT_FALSE(parsePrimary(dir.file("none"), "/cache/", packages));
     EXPECT_EQ(log.text(),
               "ERROR: could not open primary file '" + dir.file("none") + "' for parsing\n");
@@ -101,7 +105,7 @@ TEST(Primary, judgesWhatDiffers)
         {"epoch=' 2'", "epoch='-1'", sFailed},
         {"epoch=' 2'", "epoch='1a'", sFailed},
         {"epoch=' 2'", "epoch=''", sFailed},
-        {"noarch", "a&#10;INFO: b", sFailed + sControl + "arch' of package\n"},
+        {"<c:name>f", "<c:name>&#10;f", sFailed + sControl + "name' of package\n"},
         {"dir/", "&#13;&#10;Host: ", sFailed + sControl + "location' of package\n"},
         {"name='any'", "",
          sFailed + sNo + "name' for node 'entry'\nDEBUG: failed getting 'name' from 'entry'\n"},
@@ -119,6 +123,7 @@ TEST(Primary, judgesWhatDiffers)
         {"'&#111;'", "SYSTEM '/etc/passwd'", "ok fo-2:1.2, "},
         {"</c:metadata>", "", "failed foo-2:1.2, "},
         {"</c:package></c:x>", "<c:n", sFailed}};
+    rpmReadConfigFiles(nullptr, nullptr);
     refuseExternalEntities();
     const TempDir dir;
     for (const auto& [sPart, sNew, sExpected] : vCases) {
@@ -128,6 +133,46 @@ TEST(Primary, judgesWhatDiffers)
         const std::string sOk =
             parsePrimary(dir.file("p"), "/cache/", packages) ? "ok " : "failed ";
         EXPECT_EQ(sOk + allOf(packages, packageText) + log.text(), sExpected) << sPart << sNew;
+    }
+}
+
+std::string times(int iTimes, const std::string& sText)
+{
+    std::string sAll;
+    for (int i = 0; i < iTimes; ++i) {
+        sAll += sText;
+    }
+    return sAll;
+}
+
+TEST(Primary, isNotExhausted)
+{
+    const std::string sDocument =
+        replaced(k_sDocument, "'>]",
+                 "'><!ENTITY n '<c:name>n</c:name>'><!ENTITY l '" + times(2000, "<x/>") + "'>]");
+    const std::string sLong =
+        "<r:entry name='l' flags='EQ' epoch='0' rel='' ver='" + times(4'500'000, "1");
+    std::string sScopes;
+    for (int i = 0; i < 300; ++i) {
+        sScopes += " xmlns:n" + std::to_string(i) + "='u'";
+    }
+    const std::pair<std::string, std::string> vCases[] = {
+        {"&n;", "ok 2"},  // an element out of an entity is nobody's child
+        {times(20000, "&l;"), "failed 0DEBUG: entities expand to too much\n"},
+        {"<c:format" + sScopes + "/>", "failed 0DEBUG: too many namespace declarations\n"},
+        {"<c:format><r:provides>" + times(20000, "<r:entry name='p'/>") + "</r:provides>" +
+             times(20000, "<r:provides/>") + "</c:format>",
+         "ok 3"},
+        {"<c:format><r:provides>" + sLong + "1'/>" + sLong + "2'/></r:provides></c:format>",
+         "ok 3"}};
+    const TempDir dir;
+    for (const auto& [sNew, sExpected] : vCases) {
+        const LogCapture log;
+        PackageSet packages;
+        dir.write("p", replaced(sDocument, "<c:format/>", sNew));
+        const std::string sOk = parsePrimary(dir.file("p"), "", packages) ? "ok " : "failed ";
+        const std::size_t uProvides = packages.empty() ? 0 : packages.begin()->provides.size();
+        EXPECT_EQ(sOk + std::to_string(uProvides) + log.text(), sExpected) << sNew.substr(0, 99);
     }
 }
 

@@ -31,7 +31,6 @@ TEST(Repomd, judgesTheIndex)
         {" type='primary'", "",
          sNoType + "DEBUG: no 'type' attribute in 'data' element\n" + sFailed},
         {"4294967297", "12x", sBadTime},
-        {"4294967297", " ", sBadTime},
         {"4294967297", "18446744073709551615", sBadTime},
         {">2<", "><", "DEBUG: no string list for node 'open-checksum'\n" + sNoSum + sFailed},
         {"a/p", "&#10;", "DEBUG: control character in 'location' of 'data' element\n" + sFailed}};
