@@ -31,6 +31,7 @@ TEST(PassPlan, followsTheOutcomeOfEachPass)
                   {"update", {{0, 4}, {REBOOT, 3}, {RETRY, 1}, {0, 0}}, "c1au", REBOOT},
                   {"update", {{RETRY, 0}, {RETRY, 1}}, "cu", ResultError},
                   {"update", {{RETRY, 0}, {0, 0}}, "cu", ResultError},
+                  {"update", {{RETRY, 0}, {REBOOT, 0}}, "cu", REBOOT},
                   {"check", {{0, 5}}, "c", ResultOk},
                   {"check", {{RETRY, 0}, {0, 1}}, "cc", ResultOk}};
     for (const auto& test : vCases) {
@@ -63,7 +64,7 @@ TEST(PassPlan, takesNamesInOnePass)
     Config config;
     config.addonGroups = {"Extras"};
     PassPlan plan(config, {"updater"});  // asked for, which is not yet the last attempt
-    EXPECT_TRUE(plan.beginPass().rules.excludeGroups.empty());
+    EXPECT_FALSE(plan.beginPass().config.checkOnly);
     EXPECT_TRUE(plan.endPass(plan.beginPass(), RETRY, 1));
     EXPECT_FALSE(plan.endPass(plan.beginPass(), RETRY, 1));
     EXPECT_EQ(plan.result(), ResultError);
