@@ -98,7 +98,11 @@ def test_answers(waiting, answers, lines, hosts):
 
 
 def test_one_fetcher_for_each_origin(waiting):
-    scripted(point_at(waiting, URI, level="debug"), *[moved("http://localhost:8080/x"), None] * 2)
+    """A redirect of the index does not make one of the plain failure behind it, either."""
+    redirected = moved("http://localhost:8080/x"), None
+    scripted(point_at(waiting, URI, level="debug"), *redirected, reply("404 Not Found"), *redirected * 2)
+    seen = check(waiting)
+    assert f"ERROR: failed fetching '{PRIMARY}' (404 Not Found)" in seen and NO_INDEX[1] in seen
     made = [line for line in check(waiting) if line.startswith("DEBUG: URI fetcher")]
     assert [line.split("host ")[1] for line in made] == ["'127.0.0.1', port 8080 created", "'localhost', port 8080 created"]
 

@@ -49,6 +49,14 @@ def test_one_connection_for_200_packages(device):
     assert (len(numbers), len(set(numbers[2:]))) == (202, 1)
 
 
+@pytest.mark.parametrize("host, requests, connections", [("10.9.9.8", 6, 1), ("10.9.9.9", 4, 4)])
+def test_a_redirect_closes_connections_at_another_origin_only(device, host, requests, connections):
+    nginx(point_at(set_up(device), f"http://{host}:8080/repo"))
+    check(device)
+    numbers = log(device, requests)[0]
+    assert (len(numbers), len(set(numbers))) == (requests, connections)
+
+
 def test_a_damaged_package_is_fetched_again_past_the_caches(server):
     name = "lib-2-1.noarch.rpm"
     server.write(f"/srv/repo/{name}", "damaged")
