@@ -147,6 +147,7 @@ std::string times(int iTimes, const std::string& sText)
 
 TEST(Primary, isNotExhausted)
 {
+    rpmReadConfigFiles(nullptr, nullptr);
     const std::string sDocument =
         replaced(k_sDocument, "'>]",
                  "'><!ENTITY n '<c:name>n</c:name>'><!ENTITY l '" + times(2000, "<x/>") + "'>]");
