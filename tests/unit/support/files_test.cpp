@@ -1,5 +1,5 @@
-#include "support/controls.h"
 #include "support/files.h"
+#include "support/controls.h"
 
 #include "support/checksum.h"
 #include "support/xml.h"
