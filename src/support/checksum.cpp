@@ -13,6 +13,7 @@
 namespace {
 
 constexpr std::size_t k_uBufferSize = 1024;
+constexpr std::size_t k_uReadAhead = 32768;  ///< of the stream: a page a call is dear
 
 struct GzipCloser {
     void operator()(gzFile_s* pFile) const { gzclose(pFile); }
@@ -32,6 +33,7 @@ bool digestPlain(const std::string& sPath, unsigned char* pBuffer, Sha1Context& 
         logOpenFailure(sPath);
         return false;
     }
+    std::setvbuf(file.get(), nullptr, _IOFBF, k_uReadAhead);
     while (std::feof(file.get()) == 0) {
         const std::size_t uRead = std::fread(pBuffer, 1, k_uBufferSize, file.get());
         if (uRead < k_uBufferSize && std::ferror(file.get()) != 0) {

@@ -7,6 +7,7 @@ import subprocess
 import time
 from pathlib import Path
 
+from device import webserver
 from device.device import Device, Result
 from scenes import REPORT
 
@@ -46,15 +47,8 @@ def log_of(device: Device, server: str, lines: int = 0) -> list[str]:
 
 
 def nginx(device: Device) -> None:
-    """On port 8080 of every local address, /srv. 10.9.9.8 redirects to itself, 10.9.9.9 to 127.0.0.1. A line of
-    its log is the number of the connection, path, status, user agent, Cache-Control, Pragma."""
-    places = "".join(f"{name}_temp_path /srv/nginx/{name};" for name in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
-    device.write("/srv/nginx/conf", f"""daemon off; master_process off; pid /srv/nginx/pid; events {{ }}
-        http {{ log_format line "$connection|$uri|$status|$http_user_agent|$http_cache_control|$http_pragma";
-                access_log /srv/nginx/access line; {places}
-                server {{ listen 8080; listen [::]:8080; root /srv;
-                          if ($host = 10.9.9.8) {{ return 302 /; }} if ($host = 10.9.9.9) {{ return 302 http://127.0.0.1:8080/; }} }} }}""")
-    device.serve("/usr/sbin/nginx", "-e", "/srv/nginx/error", "-c", "/srv/nginx/conf", port=8080)
+    """On port 8080, see webserver.py. 10.9.9.8 redirects to itself, 10.9.9.9 to 127.0.0.1."""
+    webserver.start(device, "if ($host = 10.9.9.8) { return 302 /; } if ($host = 10.9.9.9) { return 302 http://127.0.0.1:8080/; }")
 
 
 def squid(device: Device, scheme: str = "") -> None:

@@ -12,7 +12,7 @@ from pathlib import Path
 from device import cache, scene
 from device.device import Device
 
-from . import generate, measure
+from . import generate, measure, transfer
 
 ROUNDS = 5
 COUNTS = (1_000, 10_000, 60_000)
@@ -30,7 +30,7 @@ def _measure_check(device: Device, count: int) -> tuple[list[dict[str, float]], 
     """The rows of the check, of xmllint and of sha1sum, and what the program reported."""
     source = Path(generate.__file__).read_text(encoding="utf-8")
     metadata = cache.entry(f"bench/{cache.name_for(source, count)}",
-                           lambda draft: generate.write_metadata(draft, count))
+                           lambda draft: generate.write_metadata(draft, generate.packages(count), count))
     shutil.copytree(metadata, device.path(CACHE), dirs_exist_ok=True)
     result = device.run("--check-only", "--cache-only", timeout=600)
     report = next((line for line in result.reports if line.endswith("UPDATE(S) ---")), "")
@@ -89,8 +89,14 @@ def _bench_digest() -> list[str]:
             + _judged(ratio, 1.5, "at most 1.50")]
 
 
+def _bench_transfer() -> list[str]:
+    own, other = transfer.measured(ROUNDS)
+    return [f"{transfer.COUNT} packages of {transfer.SIZE // 1000} KB over HTTP: own {own:.2f} s, curl {other:.2f} s, "
+            f"ratio {own / other:.2f}  " + _judged(own / other, 1.3, "at most 1.30")]
+
+
 def main() -> int:
-    lines = [*_bench_check(), "", *_bench_digest()]
+    lines = [*_bench_check(), "", *_bench_digest(), *_bench_transfer()]
     print("\n".join(lines))
     return 1 if any("MISSED" in line for line in lines) else 0
 

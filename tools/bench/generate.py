@@ -4,7 +4,7 @@ everywhere. Names and versions repeat as they do in real repositories."""
 import gzip
 import hashlib
 import random
-from collections.abc import Iterator
+from collections.abc import Iterable, Iterator
 from pathlib import Path
 from xml.sax.saxutils import quoteattr
 
@@ -113,20 +113,25 @@ def _package(number: int) -> str:
 """
 
 
-def _primary(count: int) -> Iterator[bytes]:
+def packages(count: int) -> Iterator[str]:
+    """The `package` elements of a repository of that size."""
+    return map(_package, range(count))
+
+
+def _primary(elements: Iterable[str], count: int) -> Iterator[bytes]:
     yield (f'<?xml version="1.0" encoding="UTF-8"?>\n<metadata xmlns="http://linux.duke.edu/metadata/common" '
            f'xmlns:rpm="http://linux.duke.edu/metadata/rpm" packages="{count}">\n').encode()
-    for number in range(count):
-        yield _package(number).encode()
+    for element in elements:
+        yield element.encode()
     yield b"</metadata>\n"
 
 
-def write_metadata(directory: Path, count: int) -> None:
-    """Writes repomd.xml and primary.xml.gz of `count` packages, as they lie in the device's cache."""
+def write_metadata(directory: Path, elements: Iterable[str], count: int) -> None:
+    """Writes repomd.xml and primary.xml.gz of `count` packages into one directory, as in a cache."""
     content = hashlib.sha1()
     primary = directory / "primary.xml.gz"
     with gzip.GzipFile(primary, "wb", compresslevel=6, mtime=0) as file:
-        for part in _primary(count):
+        for part in _primary(elements, count):
             content.update(part)
             file.write(part)
     digest = hashlib.sha1(primary.read_bytes()).hexdigest()

@@ -10,8 +10,10 @@ INSTALLED = "rpm -qa | grep -v gpg-pubkey | sort"
 STEPS = (
     ("What is installed, and what the repository offers:",
      (INSTALLED, "ls /srv/repo", "cat /etc/updater.conf")),
-    ("Is there anything to do?", ("updater --check-only",)),
-    ("The update: two passes, the add-on and the release package come last.", ("updater; echo $?",)),
+    ("Is there anything to do?", ("updater --check-only --max-wait-time=-1",)),
+    ("The update: two passes, the add-on and the release package come last.", ("updater --max-wait-time=-1; echo $?",)),
+    ("What the server saw: the primary file once, and the index past all caches.",
+     ("cut -d'|' -f2-6 /srv/nginx/access",)),
     ("What it left:", (INSTALLED, "cat /var/lib/updater/status")),
     ("What it called, in this order (the hook, telinit and shutdown are stand-ins here, rpm is real):",
      ("cat /device/calls",)),

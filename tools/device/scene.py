@@ -4,6 +4,7 @@ import os
 import sys
 from pathlib import Path
 
+from . import webserver
 from .cache import PROJECT
 from .device import Device
 from .packages import Package
@@ -28,5 +29,7 @@ def make() -> Device:
     device.import_key()
     device.install(*OLD)
     device.publish(*NEW)
-    device.configure(release="firmware", addons=["maps"])
+    device.configure("http://localhost:8080/repo/", release="firmware", addons=["maps"],
+                     extra="\n  <user-agent><base>Demo</base><prodname>kiosk7</prodname></user-agent>")
+    webserver.start(device)
     return device

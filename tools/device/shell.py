@@ -6,10 +6,11 @@ import sys
 from . import scene
 
 WELCOME = r"""
-A private device with four old packages, and newer ones in /srv/repo. Try:
+A private device with four old packages, and newer ones at http://localhost:8080/repo/.
+A run waits up to 600 seconds before it connects, unless --max-wait-time=-1 says otherwise. Try:
 
-    updater --check-only            cat /var/lib/updater/status     rpm -qa
-    updater                         cat /device/calls               less /var/log/updater/lastlog
+    updater -n --max-wait-time=-1   cat /var/lib/updater/status     rpm -qa
+    updater --max-wait-time=-1      cat /device/calls               less /var/log/updater/lastlog
 
 rpm is real, telinit, shutdown and the hook only note their calls. Nothing of the host can be
 written; all is gone when you leave ("exit").
