@@ -21,22 +21,17 @@ TEST(ChildProcess, runsAndLogsTheOutput)
 {
     signal(SIGPIPE, SIG_IGN);  // as the program does; a child must not inherit it
     const std::string sHead = "exited 0\nINFO: /bin/sh output:\nINFO:   ";
-    const std::string sLong(1022, 'y');
     const std::pair<std::string, std::string> vCases[] = {
         {"kill -PIPE $$", "signalled 13\nERROR: child '/bin/sh' terminated by signal 13\n"},
         {"printf '\\n\\nz'; exit 3", "exited 3\n"},
         {"printf 'ab\\n\\nx%%sy\\na\\n'", sHead + "ab\nINFO:   x%sy\nINFO:   a\n\n"},
-        {"echo y" + sLong + "z; printf l; echo >&2",
-         sHead + "y" + sLong + "\nINFO:   z\n\nINFO:   l\n\n"},
         {"cat; echo $0", sHead + "/sh\n"}};  // no standard input
     for (const auto& [sScript, sExpected] : vCases) {
         LogCapture log(INFO);
         ChildProcess child = shell(sScript);
         EXPECT_TRUE(child.run());
-        EXPECT_EQ((child.exited ? "exited" : "") +
-                      std::string(child.signalled ? "signalled " : " ") +
-                      std::to_string(child.exitCode) + "\n" + log.text(),
-                  sExpected);
+        const char* pEnd = child.exited ? "exited " : child.signalled ? "signalled " : "";
+        EXPECT_EQ(pEnd + std::to_string(child.exitCode) + "\n" + log.text(), sExpected);
     }
 }
 

@@ -22,8 +22,7 @@ TEST(Logger, writesFilesByThresholdAndLevel)
     const std::string sSome = "WARNING: 3\nERROR: 4\nFATAL: 5\nUNKNOWN: 6\n";
     EXPECT_EQ(dir.read("all"), "DEBUG: 1\nINFO: 2\n" + sSome);  // at once: every line is flushed
     EXPECT_EQ(dir.read("some"), "old\n" + sSome);
-    EXPECT_TRUE(logger.removeFile(dir.file("all")));
-    EXPECT_FALSE(logger.removeFile(dir.file("all")));
+    EXPECT_TRUE(logger.removeFile(dir.file("all")) && !logger.removeFile(dir.file("all")));
     ASSERT_TRUE(logger.addFile(dir.file("all"), FATAL, false));
     logger.write(ERROR, "text");
     EXPECT_EQ(dir.read("all"), "");
@@ -48,15 +47,13 @@ TEST(LogMessage, evaluatesArgumentsOnlyAboveTheThresholdAndKeepsErrno)
 TEST(Logger, knowsLevelsAndFacilitiesByExactWords)
 {
     const LogCapture log;
-    std::string sAll;
-    for (const char* pWord : {"trace", "debug", "info", "warn", "error", "fatal", "INFO"}) {
-        sAll += std::to_string(logLevelFromName(pWord)) + " ";
-    }
-    for (const char* pWord : {"user", "local0", "local1", "local2", "local3", "local4", "local5",
-                              "local6", "local7", ""}) {
-        sAll += std::to_string(syslogFacilityFromName(pWord)) + " ";
-    }
-    EXPECT_EQ(sAll, "0 1 2 3 4 5 2 8 128 136 144 152 160 168 176 184 24 ");
+    const auto level = [](const char* p) { return std::to_string(logLevelFromName(p)); };
+    const auto facility = [](const char* p) { return std::to_string(syslogFacilityFromName(p)); };
+    const char* const vLevels[] = {"trace", "debug", "info", "warn", "error", "fatal", "INFO"};
+    EXPECT_EQ(allOf(vLevels, level, " "), "0 1 2 3 4 5 2 ");
+    const char* const vFacilities[] = {"user",   "local0", "local1", "local2", "local3",
+                                       "local4", "local5", "local6", "local7", ""};
+    EXPECT_EQ(allOf(vFacilities, facility, " "), "8 128 136 144 152 160 168 176 184 24 ");
     EXPECT_EQ(log.text(),
               "ERROR: unrecognized logger level 'INFO' using 'info'\n"
               "ERROR: unrecognized syslog facility '' using 'daemon'\n");
