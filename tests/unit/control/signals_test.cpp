@@ -19,15 +19,11 @@ TEST(Signals, areNotedOrActAsBeforeTheStart)
         raise(iSignal);
     }
     EXPECT_EQ(notedSignal, SIGTERM);  // the first that is not ignored
-    for (int i = 0; i < 2; ++i) {     // the second time changes nothing
-        EXPECT_TRUE(setTerminationSignalsEnabled(true));
-    }
+    EXPECT_TRUE(setTerminationSignalsEnabled(true) && setTerminationSignalsEnabled(true));
     raise(SIGHUP);
     raise(SIGQUIT);
     EXPECT_EQ(g_iCalled, 2);
-    for (int i = 0; i < 2; ++i) {
-        EXPECT_TRUE(setTerminationSignalsEnabled(false) && ignoreHangup());
-    }
+    EXPECT_TRUE(setTerminationSignalsEnabled(false) && ignoreHangup() && ignoreHangup());
     raise(SIGQUIT);
     EXPECT_TRUE(isSignalIgnored(SIGHUP) && setTerminationSignalsEnabled(true));
     raise(SIGHUP);  // stays ignored in both directions

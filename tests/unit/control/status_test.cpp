@@ -24,7 +24,7 @@ TEST(Status, replacesTheFileAndNothingElse)
     stat(sPath.c_str(), &info);
     EXPECT_EQ(info.st_mode & 07777U, 0644U);
 
-    LogCapture log;
+    const LogCapture log;
     std::filesystem::create_directory(dir.file("taken"));
     EXPECT_FALSE(writeStatus(READY, dir.file("taken")));
     EXPECT_EQ(log.text(), "DEBUG: failed saving status: Is a directory\n");
