@@ -19,11 +19,10 @@ std::string replaced(std::string sText, const std::string& sPart, const std::str
 
 TempDir::TempDir()
 {
-    std::string sName = (std::filesystem::temp_directory_path() / "updater-test-XXXXXX").string();
-    if (mkdtemp(sName.data()) == nullptr) {
-        throw std::runtime_error("cannot make " + sName);
+    m_sPath = std::filesystem::temp_directory_path() / "updater-test-XXXXXX";
+    if (mkdtemp(m_sPath.data()) == nullptr) {
+        throw std::runtime_error("cannot make " + m_sPath);
     }
-    m_sPath = sName;
 }
 
 TempDir::~TempDir()
@@ -66,10 +65,5 @@ LogCapture::~LogCapture()
 
 std::string LogCapture::text() const
 {
-    return m_dir.read("log").substr(m_uSkip);
-}
-
-void LogCapture::clear()
-{
-    m_uSkip = m_dir.read("log").size();
+    return m_dir.read("log");
 }

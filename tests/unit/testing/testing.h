@@ -50,10 +50,6 @@ public:
     /// All lines so far, in the form of the log: "LEVEL: text\n".
     [[nodiscard]] std::string text() const;
 
-    /// Forgets what came so far.
-    void clear();
-
 private:
     TempDir m_dir;
-    std::size_t m_uSkip = 0;
 };
