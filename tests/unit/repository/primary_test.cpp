@@ -42,27 +42,34 @@ std::string describe(const Package& package)
            allOf(package.obsoletes, entry);
 }
 
-TEST(Primary, readsAllOfAPackage)
+/// Reads a primary file. Returns whether that went well, the packages and the log.
+template <typename ToText>
+std::string parsed(const std::string& sDocument, ToText toText)
 {
     rpmReadConfigFiles(nullptr, nullptr);
     const TempDir dir;
     const LogCapture log;
     PackageSet packages;
-    EXPECT_TRUE(parsePrimary(dir.write("p", k_sDocument), "/cache/", packages));
-    EXPECT_EQ(allOf(packages, describe),
-              "foo-2:1.2 Net dir/foo.rpm /cache/foo.rpm sha abc\n"
+    const bool bOk = parsePrimary(dir.write("p", sDocument), "/cache/", packages);
+    return (bOk ? "ok " : "failed ") + allOf(packages, toText) + log.text();
+}
+
+TEST(Primary, readsAllOfAPackage)
+{
+    EXPECT_EQ(parsed(k_sDocument, describe),
+              "ok foo-2:1.2 Net dir/foo.rpm /cache/foo.rpm sha abc\n"
               "R a-rpmlib(|0, b > 0:1|4, z <= 0:1|10, \nP any|0, foo = 2:1.2-3|8, \n"
               "O o < 0:1|2, o >= 0:1|12, , ");
     const std::string sEnd = "</c:x></c:metadata>";
     const std::size_t uBegin = k_sDocument.find("<c:package");
     const std::string sPackage = k_sDocument.substr(uBegin, k_sDocument.find(sEnd) - uBegin);
-    const std::string sOther = replaced(sPackage, "ver='1.2' rel=''", "ver='1.1' rel='1'");
-    dir.write("p", replaced(k_sDocument, sEnd, sOther + sEnd));
-    EXPECT_TRUE(parsePrimary(dir.file("p"), "/cache/", packages));
-    EXPECT_EQ(allOf(packages, packageText), "foo-2:1.2, foo-2:1.2, foo-2:1.1-1, ");  // in order
-    EXPECT_FALSE(parsePrimary(dir.file("none"), "/cache/", packages));
-    EXPECT_EQ(log.text(),
-              "ERROR: could not open primary file '" + dir.file("none") + "' for parsing\n");
+    const std::string sOther = replaced(sPackage, "ver='1.2' rel=''", "ver='1.3' rel='1'");
+    EXPECT_EQ(parsed(replaced(k_sDocument, sEnd, sOther + sPackage + sEnd), packageText),
+              "ok foo-2:1.2, foo-2:1.3-1, foo-2:1.2, ");  // in order
+    const LogCapture log;
+    PackageSet packages;
+    EXPECT_FALSE(parsePrimary("/none", "", packages));
+    EXPECT_EQ(log.text(), "ERROR: could not open primary file '/none' for parsing\n");
 }
 
 TEST(Primary, judgesWhatDiffers)
@@ -76,14 +83,12 @@ TEST(Primary, judgesWhatDiffers)
     const std::string sControl = "DEBUG: control character in '";
     const std::string sBadTop = "ERROR: bad top-level element, '";
     const std::string sNoRpm = "DEBUG: no rpm specific data in XML doc\n";
-    const std::string sNone = "ok ";  // packages
     const std::string sOne = "ok foo-2:1.2, ";
     const std::string sFailed = "failed ";
     const std::tuple<std::string, std::string, std::string> vCases[] = {
-        {" type='rpm'", "", sNone},
-        {"type='rpm'", "type='srpm'", sNone},
-        {"<c:arch>noarch</c:arch>", "", sNone + sSkip + "'\n"},
-        {"noarch", "vax", sNone + sSkip + "vax'\n"},
+        {"type='rpm'", "type='srpm'", "ok "},
+        {"<c:arch>noarch</c:arch>", "", "ok " + sSkip + "'\n"},
+        {"noarch", "vax", "ok " + sSkip + "vax'\n"},
         {"noarch</c:arch><c:version", "vax</c:arch><c:x", sFailed},
         {"<c:version", "<c:x", sFailed},
         {"<c:location", "<c:x", sFailed},
@@ -104,7 +109,6 @@ TEST(Primary, judgesWhatDiffers)
         {"epoch=' 2'", "epoch='2147483647'", sFailed},
         {"epoch=' 2'", "epoch='-1'", sFailed},
         {"epoch=' 2'", "epoch='1a'", sFailed},
-        {"epoch=' 2'", "epoch=''", sFailed},
         {"<c:name>f", "<c:name>&#10;f", sFailed + sControl + "name' of package\n"},
         {"dir/", "&#13;&#10;Host: ", sFailed + sControl + "location' of package\n"},
         {"name='any'", "",
@@ -123,57 +127,41 @@ TEST(Primary, judgesWhatDiffers)
         {"'&#111;'", "SYSTEM '/etc/passwd'", "ok fo-2:1.2, "},
         {"</c:metadata>", "", "failed foo-2:1.2, "},
         {"</c:package></c:x>", "<c:n", sFailed}};
-    rpmReadConfigFiles(nullptr, nullptr);
     refuseExternalEntities();
-    const TempDir dir;
     for (const auto& [sPart, sNew, sExpected] : vCases) {
-        const LogCapture log;
-        PackageSet packages;
-        dir.write("p", replaced(k_sDocument, sPart, sNew));
-        const std::string sOk =
-            parsePrimary(dir.file("p"), "/cache/", packages) ? "ok " : "failed ";
-        EXPECT_EQ(sOk + allOf(packages, packageText) + log.text(), sExpected) << sPart << sNew;
+        EXPECT_EQ(parsed(replaced(k_sDocument, sPart, sNew), packageText), sExpected) << sNew;
     }
-}
-
-std::string times(int iTimes, const std::string& sText)
-{
-    std::string sAll;
-    for (int i = 0; i < iTimes; ++i) {
-        sAll += sText;
-    }
-    return sAll;
 }
 
 TEST(Primary, isNotExhausted)
 {
-    rpmReadConfigFiles(nullptr, nullptr);
+    const auto times = [](int iTimes, const std::string& sText) {
+        return allOf(
+            std::vector<int>(static_cast<std::size_t>(iTimes)), [&](int) { return sText; }, "");
+    };
     const std::string sDocument =
         replaced(k_sDocument, "'>]",
                  "'><!ENTITY n '<c:name>n</c:name>'><!ENTITY l '" + times(2000, "<x/>") + "'>]");
     const std::string sLong =
-        "<r:entry name='l' flags='EQ' epoch='0' rel='' ver='" + times(4'500'000, "1");
+        "<r:entry name='l' flags='EQ' epoch='0' rel='' ver='" + std::string(4'500'000, '1');
     std::string sScopes;
     for (int i = 0; i < 300; ++i) {
         sScopes += " xmlns:n" + std::to_string(i) + "='u'";
     }
     const std::pair<std::string, std::string> vCases[] = {
-        {"&n;", "ok 2"},  // an element out of an entity is nobody's child
-        {times(20000, "&l;"), "failed 0DEBUG: entities expand to too much\n"},
-        {"<c:format" + sScopes + "/>", "failed 0DEBUG: too many namespace declarations\n"},
+        {"&n;", "ok 2, "},  // an element out of an entity is nobody's child
+        {times(20000, "&l;"), "failed DEBUG: entities expand to too much\n"},
+        {"<c:format" + sScopes + "/>", "failed DEBUG: too many namespace declarations\n"},
         {"<c:format><r:provides>" + times(20000, "<r:entry name='p'/>") + "</r:provides>" +
              times(20000, "<r:provides/>") + "</c:format>",
-         "ok 3"},
+         "ok 3, "},
         {"<c:format><r:provides>" + sLong + "1'/>" + sLong + "2'/></r:provides></c:format>",
-         "ok 3"}};
-    const TempDir dir;
+         "ok 3, "}};
+    const auto provides = [](const Package& package) {
+        return std::to_string(package.provides.size());
+    };
     for (const auto& [sNew, sExpected] : vCases) {
-        const LogCapture log;
-        PackageSet packages;
-        dir.write("p", replaced(sDocument, "<c:format/>", sNew));
-        const std::string sOk = parsePrimary(dir.file("p"), "", packages) ? "ok " : "failed ";
-        const std::size_t uProvides = packages.empty() ? 0 : packages.begin()->provides.size();
-        EXPECT_EQ(sOk + std::to_string(uProvides) + log.text(), sExpected) << sNew.substr(0, 99);
+        EXPECT_EQ(parsed(replaced(sDocument, "<c:format/>", sNew), provides), sExpected);
     }
 }
 
