@@ -11,8 +11,8 @@ inline constexpr const char* k_pProgramName = "updater";
 inline constexpr const char* k_pProgramVersion = "1.1";
 
 /// What the command line gave. The option parser writes into it; loadConfiguration() and the start
-/// of the process read it. Texts are null if not given, and belong to whoever had them parsed; flags
-/// are 0.
+/// of the process read it. Texts are null if not given, and belong to whoever had them parsed;
+/// flags are 0.
 struct CommandLineOptions {
     int quiet = 0;
     char* logLevel = nullptr;

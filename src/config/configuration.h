@@ -4,8 +4,8 @@
 
 #include <string>
 
-/// Builds the settings: on top of the defaults in `config` the defaults file, the main file with the
-/// proxy file, and the command line; then normalises and checks them.
+/// Builds the settings: on top of the defaults in `config` the defaults file, the main file with
+/// the proxy file, and the command line; then normalises and checks them.
 ///
 /// @return false if the run cannot go on; why is logged, and `config` is of no use then.
 [[nodiscard]] bool loadConfiguration(const CommandLineOptions& options, Config& config);

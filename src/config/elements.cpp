@@ -74,8 +74,8 @@ bool readRepository(xmlNode* pElement, bool bDefaults, Config& config)
                    repo.id.c_str());
         repo.id = "base";
     }
-    if (repo.id == "." || repo.id == ".." || repo.id.find('/') != std::string::npos ||
-        hasControlCharacter(repo.id)) {
+    if (repo.id.empty() || repo.id == "." || repo.id == ".." ||
+        repo.id.find('/') != std::string::npos || hasControlCharacter(repo.id)) {
         logMessage(ERROR, "bad 'id' attribute in 'repository' element");  // it names a directory
         return false;
     }

@@ -10,7 +10,8 @@
 /// row of zeros.
 using OptionTable = std::array<poptOption, 20>;
 
-/// @param options  the record that the parser writes into; must outlive the table, and the table the parser.
+/// @param options  the record that the parser writes into; must outlive the table, and the table
+///                 the parser.
 OptionTable optionTable(CommandLineOptions& options);
 
 /// Releases the texts that the parser stored, and sets them to null.

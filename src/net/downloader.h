@@ -24,8 +24,8 @@ public:
     ///         leaves the object as it was.
     [[nodiscard]] bool open(const std::string& sUri);
 
-    /// @param pNotifier  receives the events of all sessions, present and future; null for none. Not
-    ///                   owned: must live as long as this object.
+    /// @param pNotifier  receives the events of all sessions, present and future; null for none.
+    ///                   Not owned: must live as long as this object.
     void setNotifier(URLFetcher::Notifier* pNotifier);
 
     /// Fetches one resource under a temporary name (".tmp" behind the destination) and renames it

@@ -31,8 +31,8 @@ std::size_t requiredBlocks(Board eBoard);
 /// Reads data blocks, one from each of the first files that yield one.
 ///
 /// @param sBlocks  set to the blocks, back to back in the order of reading; unchanged on failure.
-/// @return         false if fewer than `uCount` files yield a block. Logged at DEBUG, like each file
-///                 that does not.
+/// @return         false if fewer than `uCount` files yield a block. Logged at DEBUG, like each
+///                 file that does not.
 [[nodiscard]] bool readDataBlocks(const std::vector<std::string>& vPaths, std::size_t uCount,
                                   std::string& sBlocks);
 

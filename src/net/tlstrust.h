@@ -11,8 +11,8 @@ std::vector<std::string> pemCertificates(const std::string& sText);
 
 /// Makes a session of scheme https trust servers.
 ///
-/// @param sTrust  "system": certificates that the system's store vouches for; else the path of a PEM
-///                file: those whose chain ends in one of its certificates, which are authorities or
-///                signed by themselves. If it cannot be read or has none (logged at ERROR), the
-///                session goes on trusting nobody.
+/// @param sTrust  "system": certificates that the system's store vouches for; else the path of a
+///                PEM file: those whose chain ends in one of its certificates, which are
+///                authorities or signed by themselves. If it cannot be read or has none (logged at
+///                ERROR), the session goes on trusting nobody.
 void trustServers(ne_session* pSession, const std::string& sTrust);

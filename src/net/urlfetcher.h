@@ -55,18 +55,20 @@ public:
     /// Brings one resource into a file, with at most two retries.
     ///
     /// @param sPath          complete path on the server, or of a local file; goes out unchanged.
-    /// @param iFd            descriptor open for writing, at the start of an empty file; stays open.
+    /// @param iFd            descriptor open for writing, at the start of an empty file; stays
+    ///                       open.
     /// @param bBypassCaches  forbids HTTP caches to answer.
     /// @param sLabel         name of the resource in messages.
-    /// @return               true if the whole resource stands in the file. Otherwise the file holds
-    ///                       whatever came last, and nothing if wasRedirected().
+    /// @return               true if the whole resource stands in the file. Otherwise the file
+    ///                       holds whatever came last, and nothing if wasRedirected().
     [[nodiscard]] bool get(const std::string& sPath, int iFd, bool bBypassCaches,
                            const std::string& sLabel);
 
     /// True if the last get() ended in a redirect, which is then not logged.
     [[nodiscard]] bool wasRedirected() const { return m_bRedirected; }
 
-    /// Where the last get() was redirected to, or null. Belongs to neon: valid until the next get().
+    /// Where the last get() was redirected to, or null. Belongs to neon: valid until the next
+    /// get().
     [[nodiscard]] const ne_uri* redirectLocation() const;
 
 private:

@@ -8,8 +8,8 @@
 
 namespace {
 
-/// rpmvercmp() takes as much stack as its arguments are long. No version is; what is, is compared by
-/// its beginning.
+/// rpmvercmp() takes as much stack as its arguments are long. No version is; what is, is compared
+/// by its beginning.
 constexpr std::size_t k_uMaxCompared = 4096;
 
 int compareText(Text a, Text b)

@@ -28,9 +28,9 @@ public:
     /// The declaration that the innermost element is bound to, or k_iNone.
     [[nodiscard]] int bound() const { return m_vElements.back().bound; }
 
-    /// The declaration of a URI that libxml2's xmlSearchNsByHref() finds from the innermost element:
-    /// going outward, the first one that an element makes, then the one that it is bound to, unless a
-    /// nearer element declares the same prefix anew. Or k_iNone.
+    /// The declaration of a URI that libxml2's xmlSearchNsByHref() finds from the innermost
+    /// element: going outward, the first one that an element makes, then the one that it is bound
+    /// to, unless a nearer element declares the same prefix anew. Or k_iNone.
     [[nodiscard]] int find(const xmlChar* pUri) const;
 
     /// Declarations in scope, hidden ones included. Each element costs a look at all of them.

@@ -58,8 +58,8 @@ std::optional<std::int32_t> parseFlags(std::string_view sText)
     return {};
 }
 
-/// True if there is an attribute of that local name, whatever its prefix; one that is not declared is
-/// part of the name.
+/// True if there is an attribute of that local name, whatever its prefix; one that is not declared
+/// is part of the name.
 bool hasAttribute(const StartTag& tag, std::string_view sName)
 {
     for (int i = 0; i < tag.attributeCount; ++i) {

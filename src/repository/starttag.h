@@ -25,15 +25,15 @@ std::optional<std::string_view> findAttribute(const StartTag& tag, std::string_v
 /// The same, telling at DEBUG if it is missing.
 std::optional<std::string_view> attributeOf(const StartTag& tag, const char* pName);
 
-/// The same for a text that goes into log lines and requests and must not forge either: also nothing,
-/// told at DEBUG, if it holds a control character.
+/// The same for a text that goes into log lines and requests and must not forge either: also
+/// nothing, told at DEBUG, if it holds a control character.
 std::optional<std::string_view> cleanAttributeOf(const StartTag& tag, const char* pName);
 
 /// True if a text of this element holds no control character; otherwise told at DEBUG.
 [[nodiscard]] bool isClean(std::string_view sText, const char* pElement);
 
-/// The version that the attributes `epoch` (0 to 2147483646), `ver` and `rel` give; only the last may
-/// be missing. Nothing, told at DEBUG but for a bad epoch, if they are not all right.
+/// The version that the attributes `epoch` (0 to 2147483646), `ver` and `rel` give; only the last
+/// may be missing. Nothing, told at DEBUG but for a bad epoch, if they are not all right.
 std::optional<Evr> parseEvrAttributes(const StartTag& tag);
 
 /// The dependency that an `entry` gives. Nothing, told at DEBUG, if it is malformed.

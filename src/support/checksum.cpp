@@ -28,12 +28,13 @@ void logOpenFailure(const std::string& sPath)
 
 bool digestPlain(const std::string& sPath, unsigned char* pBuffer, Sha1Context& context)
 {
+    const auto readAhead = std::make_unique<char[]>(k_uReadAhead);  // outlives the stream
     const File file(std::fopen(sPath.c_str(), "rbe"));
     if (file == nullptr) {
         logOpenFailure(sPath);
         return false;
     }
-    std::setvbuf(file.get(), nullptr, _IOFBF, k_uReadAhead);
+    std::setvbuf(file.get(), readAhead.get(), _IOFBF, k_uReadAhead);
     while (std::feof(file.get()) == 0) {
         const std::size_t uRead = std::fread(pBuffer, 1, k_uBufferSize, file.get());
         if (uRead < k_uBufferSize && std::ferror(file.get()) != 0) {

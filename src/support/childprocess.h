@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
-/// Runs another program, without a shell. Needs descriptors 0 to 2 to be open. A local object of the function that runs it: make one,
-/// add the arguments, start it, read the outcome from the fields.
+/// Runs another program, without a shell. Needs descriptors 0 to 2 to be open. A local object of
+/// the function that runs it: make one, add the arguments, start it, read the outcome from the
+/// fields.
 ///
 /// How to read the outcome of run(): false means that no child was started; then `exited` with
 /// `exitCode` 0 is success, `exited` with another code the program's failure, and `exited` false

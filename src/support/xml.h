@@ -27,8 +27,9 @@ std::string localXmlPath(const std::string& sPath);
 /// it a document could pull local files into its text.
 void refuseExternalEntities();
 
-/// Puts "libxml2: " in front of every line that libxml2 prints on standard error, and question marks
-/// in place of control characters: it quotes the document, which could otherwise forge a line of ours.
+/// Puts "libxml2: " in front of every line that libxml2 prints on standard error, and question
+/// marks in place of control characters: it quotes the document, which could otherwise forge a line
+/// of ours.
 void markLibraryMessages();
 
 /// Reads an attribute that carries no namespace prefix.

@@ -63,7 +63,11 @@ TEST(ParseConfigurationFile, failsAtTheFirstMalformedElement)
 {
     TempDir dir;
     const std::pair<std::string, std::string> vCases[] = {
-        {"<repository id=''><location/></repository>", "no 'href' attribute in 'location' element"},
+        {"<repository id='a'><location/></repository>",
+         "no 'href' attribute in 'location' element"},
+        {"<repository id=''><location href='x'/></repository>",
+         "bad 'id' attribute in 'repository' element"},
+        {"<repository id='../a'/>", "bad 'id' attribute in 'repository' element"},
         {"<repository id='a'><location href=''/></repository>", "no URI for repository 'a'"},
         {k_sBase, "more than one repository with same ID"},
         {"<repository id='a'><name/><location href='x'/></repository>", ""},
