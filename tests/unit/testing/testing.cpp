@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 
 std::string replaced(std::string sText, const std::string& sPart, const std::string& sNew)
@@ -39,9 +38,8 @@ std::string TempDir::write(const std::string& sName, const std::string& sContent
 
 std::string TempDir::read(const std::string& sName) const
 {
-    std::ostringstream text;
-    text << std::ifstream(file(sName), std::ios::binary).rdbuf();
-    return text.str();
+    std::ifstream stream(file(sName), std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 bool TempDir::exists(const std::string& sName) const
@@ -61,9 +59,4 @@ LogCapture::~LogCapture()
     Logger::instance().removeFile(m_dir.file("log"));
     Logger::instance().setStderr(true);
     Logger::instance().setThreshold(INFO);
-}
-
-std::string LogCapture::text() const
-{
-    return m_dir.read("log");
 }

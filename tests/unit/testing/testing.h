@@ -48,7 +48,7 @@ public:
     LogCapture& operator=(const LogCapture&) = delete;
 
     /// All lines so far, in the form of the log: "LEVEL: text\n".
-    [[nodiscard]] std::string text() const;
+    [[nodiscard]] std::string text() const { return m_dir.read("log"); }
 
 private:
     TempDir m_dir;
