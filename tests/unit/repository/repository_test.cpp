@@ -124,21 +124,18 @@ TEST_F(RepositoryTest, tellsWhyARefreshCannotBegin)
 
 TEST_F(RepositoryTest, fetchesWhatTheCacheLacks)
 {
-    std::filesystem::create_directories(dir.file("remote/pool"));
     PackageSet updateSet;
     for (const std::string sName : {"cached", "damaged", "missing"}) {
         Package package = makePackage(sName, "1");
-        package.location = "pool/" + sName;
-        package.localPath = dir.file("base/packages/" + sName);
+        package.location = "repodata/" + sName;
+        package.localPath =
+            dir.write("base/packages/" + sName, sName == "cached" ? primary : "old");
         package.checksum = {sum, "sha"};
         updateSet.insertEqual(package);
-        if (sName != "cached") {
-            dir.write(package.location.insert(0, "remote/"), primary);
-        }
+        dir.write("remote/repodata/" + sName, primary);
     }
-    dir.write("base/packages/cached", primary);
-    dir.write("base/packages/damaged", "old");
-    // "cached" cannot be transferred.
+    std::filesystem::remove(dir.file("base/packages/missing"));
+    std::filesystem::remove(dir.file("remote/repodata/cached"));
     EXPECT_TRUE(Repository(config, repoConfig).fetchPackages(updateSet));
     EXPECT_EQ(dir.read("base/packages/damaged") + dir.read("base/packages/missing"),
               primary + primary);
