@@ -37,17 +37,14 @@ TEST(ChildProcess, runsAndLogsTheOutput)
 
 TEST(ChildProcess, spawnsADetachedSession)
 {
-    TempDir dir;
-    LogCapture log;
-    // The session has the number of the process.
-    ChildProcess child = shell(
-        "echo \"DEBUG: started background child '/bin/sh' with PID $(cut "
-        "-d' ' -f6 /proc/$$/stat)\" > " +
-        dir.file("session"));
-    EXPECT_TRUE(child.spawn());
+    const TempDir dir;
+    const LogCapture log;
+    EXPECT_TRUE(shell("cut -d' ' -f6 /proc/$$/stat >" + dir.file("session")).spawn());
     while (wait(nullptr) > 0) {
     }
-    EXPECT_EQ(dir.read("session"), log.text());
+    // The session has the number of the process.
+    EXPECT_EQ(log.text(),
+              "DEBUG: started background child '/bin/sh' with PID " + dir.read("session"));
 }
 
 }  // namespace
