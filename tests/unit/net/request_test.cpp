@@ -28,7 +28,6 @@ TEST(Request, providesCredentialsThatFit)
     const std::string s255(255, 'x');
     const std::string s256(256, 'x');
     const std::tuple<std::string, std::string, std::string> vCases[] = {
-        {"u", "", "TRACE: attempting L authentication as user 'u'\n"},
         {s255, s255, "TRACE: attempting L authentication as user '" + s255 + "'\n"},
         {s256, s256, "ERROR: L username length (256) exceeds maximum supported (256)\n"},
         {"u", s256, "ERROR: L password length (256) exceeds maximum supported (256)\n"}};
