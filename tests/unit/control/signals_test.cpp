@@ -24,7 +24,7 @@ TEST(Signals, areNotedOrActAsBeforeTheStart)
     raise(SIGQUIT);
     EXPECT_EQ(g_iCalled, 2);
     EXPECT_TRUE(setTerminationSignalsEnabled(false) && ignoreHangup());
-    EXPECT_TRUE(setTerminationSignalsEnabled(false) && ignoreHangup());  // changes nothing
+    EXPECT_TRUE(ignoreHangup() && setTerminationSignalsEnabled(false));  // changes nothing
     raise(SIGQUIT);
     EXPECT_TRUE(isSignalIgnored(SIGHUP) && setTerminationSignalsEnabled(true));
     raise(SIGHUP);  // stays ignored in both directions
