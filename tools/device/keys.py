@@ -32,10 +32,18 @@ def _stop_agent(environment: dict[str, str]) -> None:
         return
     agent = int(answer.split()[1])
     os.kill(agent, signal.SIGINT)  # at once; SIGTERM takes two seconds
-    with contextlib.suppress(ProcessLookupError):
-        while True:
-            os.kill(agent, 0)
-            time.sleep(0.005)
+    end = time.monotonic() + 10
+    while _runs(agent) and time.monotonic() < end:
+        time.sleep(0.005)
+
+
+def _runs(pid: int) -> bool:
+    """Whether a process has not ended yet. One that has may stay in the list, if its heir doesn't care:
+    the first process of a container often doesn't."""
+    try:
+        return Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX"
+    except FileNotFoundError:
+        return False
 
 
 def _gpg(environment: dict[str, str], *arguments: str) -> str:
