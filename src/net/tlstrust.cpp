@@ -5,7 +5,6 @@
 
 #include <ne_ssl.h>
 
-#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -26,14 +25,16 @@ std::vector<std::string> pemCertificates(const std::string& sText)
     std::vector<std::string> vCertificates;
     std::size_t uBegin = 0;
     while ((uBegin = sText.find(k_sBegin, uBegin)) != std::string::npos) {
-        const std::size_t uEnd = sText.find(k_sEnd, uBegin);
+        const std::size_t uEnd = sText.find(k_sEnd, uBegin + k_sBegin.size());
         if (uEnd == std::string::npos) {
             break;
         }
         // Begin at the last mark in front of the end: one before it belongs to a cut certificate.
         uBegin = sText.rfind(k_sBegin, uEnd) + k_sBegin.size();
         std::string sBase64 = sText.substr(uBegin, uEnd - uBegin);
-        std::erase_if(sBase64, [](char c) { return std::strchr(" \t\r\n\v\f", c) != nullptr; });
+        std::erase_if(sBase64, [](char c) {
+            return std::string_view(" \t\r\n\v\f").find(c) != std::string_view::npos;
+        });
         vCertificates.push_back(sBase64);
         uBegin = uEnd + k_sEnd.size();
     }

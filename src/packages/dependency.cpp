@@ -38,8 +38,13 @@ void DependencySet::insertAll(std::vector<Dependency> vEntries)
 
 void DependencySet::eraseMarked(const std::vector<bool>& vMarks)
 {
-    auto mark = vMarks.begin();
-    std::erase_if(m_vEntries, [&](const Dependency&) { return *mark++; });
+    std::size_t uKept = 0;
+    for (std::size_t u = 0; u < m_vEntries.size(); ++u) {
+        if (!vMarks[u]) {
+            m_vEntries[uKept++] = m_vEntries[u];
+        }
+    }
+    m_vEntries.resize(uKept);
 }
 
 bool dependencyMatches(const Dependency& a, const Dependency& b)

@@ -174,17 +174,19 @@ bool Resolver::onlyFileRequires(const DependencySet& unsatisfied)
 bool Resolver::checkProvide(const Dependency& provide, const PackageSet& packages,
                             DependencySet& failed)
 {
-    failed.clear();
+    std::vector<Dependency> vFailed;
     for (const Package& package : packages) {
         for (auto it = package.requires_.lowerBound(provide);
              it != package.requires_.end() && it->name == provide.name; ++it) {
             if (!dependencyMatches(provide, *it)) {
-                failed.insert(*it);
+                vFailed.push_back(*it);
                 logMessage(DEBUG, "failed satisfy of '%s': %s is needed by %s",
                            dependencyText(provide).c_str(), dependencyText(*it).c_str(),
                            packageText(package).c_str());
             }
         }
     }
+    failed.clear();
+    failed.insertAll(std::move(vFailed));
     return failed.empty();
 }

@@ -26,18 +26,20 @@ public:
     /// missingRequires() on the snapshot; needs init().
     ///
     /// @return true if nothing is missing.
-    bool checkDependencies(const PackageSet& updateSet, DependencySet& unsatisfied) const;
+    [[nodiscard]] bool checkDependencies(const PackageSet& updateSet,
+                                         DependencySet& unsatisfied) const;
 
     /// Pulls packages for what is missing: of each name that is not in the set, in byte order, the
     /// newest version, if it provides an entry of `unsatisfied`. No selection rule counts here.
     ///
     /// @param unsatisfied  loses the entries that the pulled packages provide.
     /// @return             true if at least one package was added to `updateSet`.
-    static bool resolveDependencies(const PackageSet& available, DependencySet& unsatisfied,
-                                    PackageSet& updateSet);
+    [[nodiscard]] static bool resolveDependencies(const PackageSet& available,
+                                                  DependencySet& unsatisfied,
+                                                  PackageSet& updateSet);
 
     /// True if every entry names a file, also for none at all.
-    static bool onlyFileRequires(const DependencySet& unsatisfied);
+    [[nodiscard]] static bool onlyFileRequires(const DependencySet& unsatisfied);
 
     /// Tests what the running program provides against the requires of that name in `packages`.
     /// Requires that sort in front of `provide` (a lower bound, or the same bound with lower flags)
@@ -45,8 +47,8 @@ public:
     ///
     /// @param failed  emptied, then filled with the requires that `provide` does not meet.
     /// @return        true if there are none.
-    static bool checkProvide(const Dependency& provide, const PackageSet& packages,
-                             DependencySet& failed);
+    [[nodiscard]] static bool checkProvide(const Dependency& provide, const PackageSet& packages,
+                                           DependencySet& failed);
 
 private:
     std::unique_ptr<InstalledPackageSet> m_installed;  ///< null until init() has succeeded

@@ -1,6 +1,9 @@
 #include "packages/resolverselection.h"
 
+#include "support/controls.h"
 #include "support/logger.h"
+
+#include <utility>
 
 namespace {
 
@@ -73,7 +76,7 @@ bool Selector::isUpdate(const Package& candidate) const
 void Selector::consider(const Package& candidate)
 {
     logMessage(TRACE, "checking update %s (group %s)", packageText(candidate).c_str(),
-               candidate.group.c_str());
+               printable(candidate.group.view()).c_str());
     if (!m_rules.includeNames.empty() && !m_rules.includeNames.contains(candidate.name.view())) {
         logMessage(TRACE, "skipping package not in include set");
         return;

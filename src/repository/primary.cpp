@@ -1,46 +1,42 @@
 #include "repository/primary.h"
 
+#include "repository/dtdguard.h"
 #include "repository/primaryhandler.h"
 #include "support/logger.h"
 #include "support/xml.h"
 
 #include <libxml/SAX2.h>
-#include <libxml/parser.h>
-#include <libxml/parserInternals.h>
 
-#include <memory>
 #include <string_view>
+#include <utility>
 
 namespace {
 
-struct ContextDeleter {
-    void operator()(xmlParserCtxt* pContext) const
-    {
-        xmlFreeDoc(pContext->myDoc);  // holds the internal subset only
-        xmlFreeParserCtxt(pContext);
-    }
-};
-using ParserContext = std::unique_ptr<xmlParserCtxt, ContextDeleter>;
-
 /// The user data of the parser, which it hands on to the contexts that it makes for entities.
-struct Parse {
+struct Parse : DtdGuard {
+    explicit Parse(PrimaryHandler events, xmlParserCtxt* pDocument)
+        : handler(std::move(events)), document(pDocument)
+    {
+    }
+
     PrimaryHandler handler;
-    xmlParserCtxt* document;  ///< the context of the document itself
-    bool failed = false;
+    xmlParserCtxt* document;        ///< the context of the document itself
     std::size_t expandedBytes = 0;  ///< what entities have stood for so far
 };
 
 /// How many bytes entities may stand for, each reference counted by itself: a few bytes of them can
 /// expand to any amount, and every reference is parsed anew.
 constexpr std::size_t k_uMaxExpanded = 10'000'000;
-constexpr std::size_t k_uReferenceBytes = 100;  ///< what a reference costs besides
+constexpr std::size_t k_uBesides =
+    100;  ///< what a reference, or an element out of one, costs besides
 
 // The events of the parser. The parser context is its own argument, so that libxml2's functions for
 // entities, which stay in place, find it; ours lies behind its private pointer.
 
 Parse& parseOf(void* pContext)
 {
-    return *static_cast<Parse*>(static_cast<xmlParserCtxt*>(pContext)->_private);
+    return static_cast<Parse&>(
+        *static_cast<DtdGuard*>(static_cast<xmlParserCtxt*>(pContext)->_private));
 }
 
 void proceed(void* pContext, bool bOk)
@@ -52,18 +48,24 @@ void proceed(void* pContext, bool bOk)
     }
 }
 
-xmlEntityPtr onReference(void* pContext, const xmlChar* pName) noexcept
+/// Counts what entities stand for.
+void expand(void* pContext, std::size_t uBytes)
 {
     Parse& parse = parseOf(pContext);
+    parse.expandedBytes += k_uBesides + uBytes;
+    if (parse.expandedBytes > k_uMaxExpanded && !parse.failed) {
+        logMessage(DEBUG, "entities expand to too much");
+        proceed(pContext, false);
+    }
+}
+
+xmlEntityPtr onReference(void* pContext, const xmlChar* pName) noexcept
+{
     xmlEntity* pEntity = xmlSAX2GetEntity(pContext, pName);
     if (pEntity != nullptr && pEntity->etype != XML_INTERNAL_PREDEFINED_ENTITY) {
-        parse.expandedBytes += k_uReferenceBytes + static_cast<std::size_t>(pEntity->length);
-        if (parse.expandedBytes > k_uMaxExpanded && !parse.failed) {
-            logMessage(DEBUG, "entities expand to too much");
-            proceed(pContext, false);
-        }
+        expand(pContext, static_cast<std::size_t>(pEntity->length));
     }
-    return parse.failed ? nullptr : pEntity;
+    return parseOf(pContext).failed ? nullptr : pEntity;
 }
 
 void onStart(void* pContext, const xmlChar* pName, const xmlChar* pPrefix, const xmlChar* pUri,
@@ -72,10 +74,13 @@ void onStart(void* pContext, const xmlChar* pName, const xmlChar* pPrefix, const
              const xmlChar** ppAttributes) noexcept
 {
     Parse& parse = parseOf(pContext);
+    const bool bFromEntity = pContext != parse.document;
+    if (bFromEntity) {
+        expand(pContext, 0);
+    }
     if (!parse.failed) {
-        const StartTag tag = {
-            chars(pName),   pPrefix,     pUri,         iDeclarations,
-            ppDeclarations, iAttributes, ppAttributes, pContext != parse.document};
+        const StartTag tag = {chars(pName),   pPrefix,     pUri,         iDeclarations,
+                              ppDeclarations, iAttributes, ppAttributes, bFromEntity};
         proceed(pContext, parse.handler.startElement(tag));
     }
 }
@@ -96,27 +101,6 @@ void onText(void* pContext, const xmlChar* pText, int iLength) noexcept
     }
 }
 
-/// A parser that reads a file, decompressing it if need be. Null if the file cannot be opened.
-ParserContext openParser(const std::string& sPath)
-{
-    xmlParserInputBuffer* pBuffer =
-        xmlParserInputBufferCreateFilename(localXmlPath(sPath).c_str(), XML_CHAR_ENCODING_NONE);
-    if (pBuffer == nullptr) {
-        return nullptr;
-    }
-    ParserContext context(xmlNewParserCtxt());
-    xmlParserInput* pInput =
-        context == nullptr ? nullptr
-                           : xmlNewIOInputStream(context.get(), pBuffer, XML_CHAR_ENCODING_NONE);
-    if (pInput == nullptr) {
-        xmlFreeParserInputBuffer(pBuffer);
-        return nullptr;
-    }
-    pInput->filename = chars(xmlCharStrdup(sPath.c_str()));
-    inputPush(context.get(), pInput);
-    return context;
-}
-
 }  // namespace
 
 bool parsePrimary(const std::string& sPath, const std::string& sPackagesDir, PackageSet& packages)
@@ -126,10 +110,10 @@ bool parsePrimary(const std::string& sPath, const std::string& sPackagesDir, Pac
         logMessage(ERROR, "could not open primary file '%s' for parsing", sPath.c_str());
         return false;
     }
-    Parse parse = {PrimaryHandler(sPackagesDir, packages), context.get()};
-    context->_private = &parse;
-    xmlCtxtUseOptions(context.get(), k_iXmlOptions);
+    Parse parse(PrimaryHandler(sPackagesDir, packages), context.get());
+    context->_private = static_cast<DtdGuard*>(&parse);
     xmlSAXHandler& sax = *context->sax;
+    DtdGuard::install(sax);
     sax.getEntity = onReference;
     sax.startElementNs = onStart;
     sax.endElementNs = onEnd;

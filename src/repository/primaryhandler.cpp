@@ -37,8 +37,11 @@ bool PrimaryHandler::startElement(const StartTag& tag)
         return false;
     }
     std::optional<Kind> kind = Kind::IGNORED;
-    if (tag.fromEntity) {
-        // In a tree it would share its namespace declaration with no parent.
+    if (tag.fromEntity && parent == Kind::OUTSIDE) {
+        logMessage(DEBUG, "element out of an entity");
+        kind = {};
+    } else if (tag.fromEntity) {
+        // In a tree it would not share the namespace declaration of a parent in the document.
     } else if (m_vKinds.empty()) {
         kind = startTopLevel(tag);
     } else if (parent == Kind::OUTSIDE) {

@@ -1,5 +1,6 @@
 #include "repository/repomd.h"
 
+#include "repository/dtdguard.h"
 #include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
@@ -43,6 +44,11 @@ bool parseLocation(const xmlNode* pElement, std::string& sLocation)
     }
     if (hasControlCharacter(sLocation)) {
         logMessage(DEBUG, "control character in 'location' of 'data' element");
+        return false;
+    }
+    const std::string sBase = baseName(sLocation);
+    if (sBase == "packages" || sBase == baseName(k_pIndexLocation)) {
+        logMessage(DEBUG, "'location' of 'data' element takes a place of the cache");
         return false;
     }
     return true;
@@ -110,7 +116,11 @@ int parseNode(xmlTextReader* pReader, const std::string& sCacheDir, ResourceSet&
 
 bool parseRepomd(const std::string& sCacheDir, ResourceSet& resources)
 {
-    const XmlReader reader = openXmlReader(sCacheDir + baseName(k_pIndexLocation));
+    const std::string sPath = sCacheDir + baseName(k_pIndexLocation);
+    if (!passesDtdGuard(sPath)) {
+        return false;
+    }
+    const XmlReader reader = openXmlReader(sPath);
     if (reader == nullptr) {
         return false;
     }

@@ -20,23 +20,25 @@ struct StartTag {
 };
 
 /// An attribute without a prefix; nothing if it is missing.
-std::optional<std::string_view> findAttribute(const StartTag& tag, std::string_view sName);
+[[nodiscard]] std::optional<std::string_view> findAttribute(const StartTag& tag,
+                                                            std::string_view sName);
 
 /// The same, telling at DEBUG if it is missing.
-std::optional<std::string_view> attributeOf(const StartTag& tag, const char* pName);
+[[nodiscard]] std::optional<std::string_view> attributeOf(const StartTag& tag, const char* pName);
 
 /// The same for a text that goes into log lines and requests and must not forge either: also
 /// nothing, told at DEBUG, if it holds a control character.
-std::optional<std::string_view> cleanAttributeOf(const StartTag& tag, const char* pName);
+[[nodiscard]] std::optional<std::string_view> cleanAttributeOf(const StartTag& tag,
+                                                               const char* pName);
 
 /// True if a text of this element holds no control character; otherwise told at DEBUG.
 [[nodiscard]] bool isClean(std::string_view sText, const char* pElement);
 
 /// The version that the attributes `epoch` (0 to 2147483646), `ver` and `rel` give; only the last
 /// may be missing. Nothing, told at DEBUG but for a bad epoch, if they are not all right.
-std::optional<Evr> parseEvrAttributes(const StartTag& tag);
+[[nodiscard]] std::optional<Evr> parseEvrAttributes(const StartTag& tag);
 
 /// The dependency that an `entry` gives. Nothing, told at DEBUG, if it is malformed.
 ///
 /// @param sName  its name, already read.
-std::optional<Dependency> parseEntry(const StartTag& tag, std::string_view sName);
+[[nodiscard]] std::optional<Dependency> parseEntry(const StartTag& tag, std::string_view sName);

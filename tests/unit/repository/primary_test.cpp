@@ -147,6 +147,10 @@ TEST(Primary, isNotExhausted)
         sScopes += " xmlns:n" + std::to_string(i) + "='u'";
     }
     const std::pair<std::string, std::string> vCases[] = {
+        {"</c:package>&n;<c:package type='rpm'>", "failed 2, DEBUG: element out of an entity\n"},
+        {"<!ENTITY % p 'x'>]>", "failed DEBUG: parameter entity in document type declaration\n"},
+        {"<!ATTLIST c:x" + times(300, " a CDATA 'x'") + ">]>",
+         "failed DEBUG: too many attributes in document type declaration\n"},
         {"&n;", "ok 2, "},  // an element out of an entity is nobody's child
         {times(20000, "&l;"), "failed DEBUG: entities expand to too much\n"},
         {"<c:format" + sScopes + "/>", "failed DEBUG: too many namespace declarations\n"},
@@ -159,7 +163,9 @@ TEST(Primary, isNotExhausted)
         return std::to_string(package.provides.size());
     };
     for (const auto& [sNew, sExpected] : vCases) {
-        EXPECT_EQ(parsed(replaced(sDocument, "<c:format/>", sNew), provides), sExpected);
+        EXPECT_EQ(
+            parsed(replaced(sDocument, sNew[1] == '!' ? "]>" : "<c:format/>", sNew), provides),
+            sExpected);
     }
 }
 

@@ -33,6 +33,10 @@ TEST(Repomd, judgesTheIndex)
         {"4294967297", "12x", sBadTime},
         {"4294967297", "18446744073709551615", sBadTime},
         {">2<", "><", "DEBUG: no string list for node 'open-checksum'\n" + sNoSum + sFailed},
+        {"a/p.gz", "/packages/",
+         "DEBUG: 'location' of 'data' element takes a place of the cache\n" + sFailed},
+        {"<r:repomd", "<!DOCTYPE r:repomd [<!ENTITY % p ''>]><r:repomd",
+         "DEBUG: parameter entity in document type declaration\n"},
         {"a/p", "&#10;", "DEBUG: control character in 'location' of 'data' element\n" + sFailed}};
     const TempDir dir;
     std::filesystem::create_directory(dir.file("c"));
