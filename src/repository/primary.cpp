@@ -14,7 +14,7 @@ namespace {
 
 /// The user data of the parser, which it hands on to the contexts that it makes for entities.
 struct Parse : DtdGuard {
-    explicit Parse(PrimaryHandler events, xmlParserCtxt* pDocument)
+    Parse(PrimaryHandler events, xmlParserCtxt* pDocument)
         : handler(std::move(events)), document(pDocument)
     {
     }
@@ -27,8 +27,9 @@ struct Parse : DtdGuard {
 /// How many bytes entities may stand for, each reference counted by itself: a few bytes of them can
 /// expand to any amount, and every reference is parsed anew.
 constexpr std::size_t k_uMaxExpanded = 10'000'000;
-constexpr std::size_t k_uBesides =
-    100;  ///< what a reference, or an element out of one, costs besides
+
+/// What a reference, and an element that comes out of one, costs besides its bytes.
+constexpr std::size_t k_uBesides = 100;
 
 // The events of the parser. The parser context is its own argument, so that libxml2's functions for
 // entities, which stay in place, find it; ours lies behind its private pointer.
