@@ -4,7 +4,6 @@
 #include "net/request.h"
 #include "net/tlstrust.h"
 #include "support/controls.h"
-#include "support/files.h"
 #include "support/logger.h"
 
 #include <ne_auth.h>

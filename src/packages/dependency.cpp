@@ -17,14 +17,6 @@ DependencySet::const_iterator DependencySet::lowerBound(const Dependency& key) c
     return std::lower_bound(m_vEntries.begin(), m_vEntries.end(), key);
 }
 
-void DependencySet::insert(const Dependency& entry)
-{
-    const auto it = lowerBound(entry);
-    if (it == m_vEntries.end() || entry < *it) {
-        m_vEntries.insert(it, entry);
-    }
-}
-
 void DependencySet::insertAll(std::vector<Dependency> vEntries)
 {
     // Stable, and the present elements in front: of equal ones the first inserted stays.

@@ -36,10 +36,7 @@ public:
     /// The first element that is not less than `key`.
     [[nodiscard]] const_iterator lowerBound(const Dependency& key) const;
 
-    /// Inserts one element, in linear time. For many use insertAll().
-    void insert(const Dependency& entry);
-
-    /// Adds many elements, in any order, at the cost of a sort.
+    /// Inserts elements, given in any order, at the cost of a sort of all: call it once for many.
     void insertAll(std::vector<Dependency> vEntries);
 
     /// Removes the elements that are marked, by their place in the set, in linear time.

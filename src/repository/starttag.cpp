@@ -1,7 +1,6 @@
 #include "repository/starttag.h"
 
 #include "support/controls.h"
-#include "support/files.h"
 #include "support/logger.h"
 #include "support/xml.h"
 

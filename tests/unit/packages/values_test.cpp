@@ -70,7 +70,7 @@ TEST(DependencySet, isOrderedAndKeepsTheFirstOfEqualOnes)
     const char* const pExpected =
         "F <= -1:1, e, f > 0:1, f < 0:1.0, f ? 0:1.0, f = 0:1.0, f >= 0:1.0, f >= 0:2-3, ";
     DependencySet one;
-    std::ranges::for_each(vEntries, [&](const Dependency& entry) { one.insert(entry); });
+    std::ranges::for_each(vEntries, [&](const Dependency& entry) { one.insertAll({entry}); });
     EXPECT_EQ(allOf(one, dependencyText), pExpected);
     DependencySet all;
     all.insertAll(vEntries);
