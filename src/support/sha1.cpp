@@ -1,5 +1,7 @@
 #include "support/sha1.h"
 
+#include "support/sha1instructions.h"
+
 #include <bit>
 #include <cstring>
 
@@ -188,6 +190,10 @@ void sha1Update(Sha1Context& context, const unsigned char* pData, std::size_t uL
         sha1Transform(context.state, context.buffer.data());
         pData += uMissing;
         uLength -= uMissing;
+    }
+    if (sha1TransformByInstructions(context.state, pData, uLength / 64)) {
+        pData += uLength / 64 * 64;
+        uLength %= 64;
     }
     for (; uLength >= 64; pData += 64, uLength -= 64) {
         sha1Transform(context.state, pData);
