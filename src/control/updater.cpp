@@ -197,6 +197,7 @@ int shutDown(Process& process, int iRet)
 int main(int argc, char* argv[])
 {
     openStandardStreams();
+    std::signal(SIGCHLD, SIG_DFL);  // a caller's SIG_IGN would take the exit status of every child
     Process process;
     if (!startUp(argc, argv, process)) {
         return ResultError;

@@ -32,6 +32,12 @@ def test_closed_standard_streams_let_no_file_take_their_place(device):
     assert len(device.read("/var/lock/updater")) == 11
 
 
+def test_caller_that_ignores_the_end_of_children(device):
+    set_up(device)
+    assert device.shell("env --ignore-signal=CHLD updater").returncode == 0
+    assert (device.installed(), device.status) == (NEW_STATE, "REBOOTING")
+
+
 def test_second_instance(device):
     set_up(device)
     first = device.start()
