@@ -94,12 +94,35 @@ void onEnd(void* pContext, const xmlChar*, const xmlChar*, const xmlChar*) noexc
     }
 }
 
-void onText(void* pContext, const xmlChar* pText, int iLength) noexcept
+void addText(void* pContext, const xmlChar* pText, int iLength, PrimaryHandler::Origin origin)
 {
     Parse& parse = parseOf(pContext);
     if (!parse.failed) {
-        proceed(pContext, parse.handler.text({chars(pText), static_cast<std::size_t>(iLength)}));
+        proceed(pContext,
+                parse.handler.text(
+                    {chars(pText), static_cast<std::size_t>(iLength)},
+                    pContext == parse.document ? origin : PrimaryHandler::Origin::ENTITY));
     }
+}
+
+void onText(void* pContext, const xmlChar* pText, int iLength) noexcept
+{
+    addText(pContext, pText, iLength, PrimaryHandler::Origin::CHARACTERS);
+}
+
+void onSection(void* pContext, const xmlChar* pText, int iLength) noexcept
+{
+    addText(pContext, pText, iLength, PrimaryHandler::Origin::SECTION);
+}
+
+void onComment(void* pContext, const xmlChar*) noexcept
+{
+    parseOf(pContext).handler.markup();
+}
+
+void onInstruction(void* pContext, const xmlChar*, const xmlChar*) noexcept
+{
+    parseOf(pContext).handler.markup();
 }
 
 }  // namespace
@@ -120,10 +143,10 @@ bool parsePrimary(const std::string& sPath, const std::string& sPackagesDir, Pac
     sax.endElementNs = onEnd;
     sax.characters = onText;
     sax.ignorableWhitespace = onText;
-    sax.cdataBlock = onText;
+    sax.cdataBlock = onSection;
+    sax.comment = onComment;
+    sax.processingInstruction = onInstruction;
     sax.reference = nullptr;
-    sax.comment = nullptr;
-    sax.processingInstruction = nullptr;
     xmlParseDocument(context.get());
     return !parse.failed && context->wellFormed == 1;
 }

@@ -60,14 +60,15 @@ bool PrimaryHandler::startElement(const StartTag& tag)
     if (!kind) {
         return false;
     }
+    markup();
     m_vKinds.push_back(*kind);
+    if (takesText()) {
+        m_text.clear();
+    }
     m_vDeclarations.push_back(*kind == Kind::FORMAT ? m_scope.find(xmlChars(k_pRpmNamespace))
                                                     : m_scope.bound());
     if (*kind == Kind::FORMAT && m_vDeclarations.back() == NamespaceScope::k_iNone) {
         logMessage(DEBUG, "no rpm specific data in XML doc");
-    }
-    if (*kind != Kind::IGNORED) {
-        m_sText.clear();
     }
     return true;
 }
@@ -185,41 +186,60 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startEntry(const StartTag& t
     return Kind::ENTRY;
 }
 
-bool PrimaryHandler::text(std::string_view sText)
+bool PrimaryHandler::takesText() const
 {
     switch (m_vKinds.empty() ? Kind::OUTSIDE : m_vKinds.back()) {
         case Kind::NAME:
         case Kind::ARCH:
         case Kind::CHECKSUM:
         case Kind::GROUP:
-            m_sText += sText;
-            if (m_sText.size() > k_uMaxText) {
-                logMessage(DEBUG, "text of a package is too long");
-                return false;
-            }
             return true;
         default:
-            return true;
+            return false;
+    }
+}
+
+bool PrimaryHandler::text(std::string_view sText, Origin origin)
+{
+    if (!takesText()) {
+        return true;
+    }
+    switch (origin) {
+        case Origin::CHARACTERS:
+            m_text.add(sText);
+            break;
+        case Origin::SECTION:
+            m_text.addSection(sText);
+            break;
+        case Origin::ENTITY:
+            m_text.addReplacement(sText);
+            break;
+    }
+    if (m_text.size() > k_uMaxText) {
+        logMessage(DEBUG, "text of a package is too long");
+        return false;
+    }
+    return true;
+}
+
+void PrimaryHandler::markup()
+{
+    if (takesText()) {
+        m_text.addMarkup();
     }
 }
 
 bool PrimaryHandler::endElement()
 {
     const Kind kind = m_vKinds.back();
+    const bool bText = takesText();
     m_vKinds.pop_back();
     m_vDeclarations.pop_back();
     m_scope.leave();
-    switch (kind) {
-        case Kind::NAME:
-        case Kind::ARCH:
-        case Kind::CHECKSUM:
-        case Kind::GROUP:
-            return endText(kind);
-        case Kind::PACKAGE:
-            return endPackage();
-        default:
-            return true;
+    if (bText) {
+        return endText(kind);
     }
+    return kind != Kind::PACKAGE || endPackage();
 }
 
 bool PrimaryHandler::endText(Kind kind)
@@ -228,8 +248,9 @@ bool PrimaryHandler::endText(Kind kind)
                            : kind == Kind::ARCH     ? "arch"
                            : kind == Kind::CHECKSUM ? "checksum"
                                                     : "group";
+    const std::string& sText = m_text.finish();
     Package& package = m_draft.package;
-    if (m_sText.empty()) {
+    if (sText.empty()) {
         logNoText(pElement);
         if (kind == Kind::CHECKSUM) {
             logMessage(DEBUG, "failed parsing 'checksum' element");
@@ -237,15 +258,15 @@ bool PrimaryHandler::endText(Kind kind)
         return false;
     }
     if (kind == Kind::CHECKSUM) {
-        package.checksum.value = m_sText;
+        package.checksum.value = sText;
         return true;
     }
     if (kind == Kind::GROUP) {
-        package.group = m_sText;
+        package.group = sText;
     } else if (kind == Kind::ARCH) {
-        m_draft.arch = m_sText;
-    } else if (isClean(m_sText, pElement)) {
-        package.name = m_sText;
+        m_draft.arch = sText;
+    } else if (isClean(sText, pElement)) {
+        package.name = sText;
     } else {
         return false;
     }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "packages/package.h"
+#include "repository/elementtext.h"
 #include "repository/namespacescope.h"
 #include "repository/starttag.h"
 
@@ -23,10 +24,14 @@ public:
     {
     }
 
+    /// Where a piece of text comes from.
+    enum class Origin { CHARACTERS, SECTION, ENTITY };
+
     // The events. False means that the file has failed: give no more of them.
     [[nodiscard]] bool startElement(const StartTag& tag);
     [[nodiscard]] bool endElement();
-    [[nodiscard]] bool text(std::string_view sText);
+    [[nodiscard]] bool text(std::string_view sText, Origin origin);
+    void markup();  ///< a comment or a processing instruction
 
 private:
     /// What an open element is to us. The contents of IGNORED are passed over.
@@ -62,6 +67,7 @@ private:
         bool hasGroup = false;
     };
 
+    [[nodiscard]] bool takesText() const;
     std::optional<Kind> startTopLevel(const StartTag& tag) const;
     Kind startPackage(const StartTag& tag);
     std::optional<Kind> startPackageChild(const StartTag& tag);
@@ -75,6 +81,6 @@ private:
     NamespaceScope m_scope;
     std::vector<Kind> m_vKinds;        ///< of the open elements
     std::vector<int> m_vDeclarations;  ///< for each, the declaration that its children must have
-    std::string m_sText;               ///< of the innermost element that has text
+    ElementText m_text;                ///< of the innermost element that has text
     Draft m_draft;
 };

@@ -6,12 +6,14 @@
 #include <gtest/gtest.h>
 #include <rpm/rpmlib.h>
 
+#include <string_view>
 #include <tuple>
+#include <vector>
 
 namespace {
 
 /// A package with all that it may hold, and with elements in places where they do not count.
-const std::string k_sDocument = R"(<!DOCTYPE c:metadata [<!ENTITY o '&#111;'>]>
+const std::string k_sDocument = R"(<!DOCTYPE c:metadata [<!ENTITY o '&#111;'><!ENTITY b ' '>]>
 <c:metadata xmlns:c='http://linux.duke.edu/metadata/common'
  xmlns:r='http://linux.duke.edu/metadata/rpm'><package type='rpm'/><c:x><c:package type='rpm'>
 <name/><c:name>f<!-- c -->o<c:x>no</c:x>&o;</c:name><name xmlns='http://linux.duke.edu/metadata/common'/>
@@ -128,6 +130,44 @@ TEST(Primary, judgesWhatDiffers)
     refuseExternalEntities();
     for (const auto& [sPart, sNew, sExpected] : vCases) {
         EXPECT_EQ(parsed(replaced(k_sDocument, sPart, sNew), packageText), sExpected) << sNew;
+    }
+}
+
+/// What getText() finds in the first element `arch` of the document.
+std::string archInTree(const std::string& sPath)
+{
+    const XmlReader reader = openXmlReader(sPath);
+    while (xmlTextReaderRead(reader.get()) == 1) {
+        if (std::string_view(chars(xmlTextReaderConstLocalName(reader.get()))) == "arch") {
+            std::string sText;
+            return getText(xmlTextReaderExpand(reader.get()), sText) ? sText : "nothing";
+        }
+    }
+    return "no arch";
+}
+
+TEST(Primary, takesTheTextThatATreeWouldHold)
+{
+    const std::vector<std::string> vPieces = {
+        " ",   "a ", "<!-- c -->", "<?p i?>", "<![CDATA[b]]>", "<![CDATA[ ]]>", "<c:x> </c:x>",
+        "&o;", "&b;"};
+    std::vector<std::string> vTexts = {"", "<?p i?>a"};
+    for (std::size_t u = 0; u < 182; ++u) {  // each with up to three pieces behind it
+        for (const std::string& sPiece : vPieces) {
+            vTexts.push_back(vTexts[u] + sPiece);
+        }
+    }
+    const TempDir dir;
+    for (const std::string& sText : vTexts) {
+        const std::string sPath = dir.write("p", replaced(k_sDocument, "noarch", sText));
+        LogCapture log;
+        PackageSet packages;
+        const bool bOk = parsePrimary(sPath, "", packages);
+        const std::string sTree = archInTree(sPath);
+        EXPECT_EQ(bOk, sTree != "nothing") << sText;
+        if (bOk) {
+            EXPECT_TRUE(log.text().ends_with(" arch '" + sTree + "'\n")) << sText << log.text();
+        }
     }
 }
 
