@@ -46,11 +46,6 @@ bool parseLocation(const xmlNode* pElement, std::string& sLocation)
         logMessage(DEBUG, "control character in 'location' of 'data' element");
         return false;
     }
-    const std::string sBase = baseName(sLocation);
-    if (sBase == "packages" || sBase == baseName(k_pIndexLocation)) {
-        logMessage(DEBUG, "'location' of 'data' element takes a place of the cache");
-        return false;
-    }
     return true;
 }
 
@@ -79,7 +74,13 @@ bool parseData(const xmlNode* pElement, const std::string& sCacheDir, RepoResour
             return false;
         }
     }
-    resource.localPath = sCacheDir + baseName(resource.location);
+    const std::string sBase = baseName(resource.location);
+    if (resource.type == "primary" &&
+        (sBase == "packages" || sBase == baseName(k_pIndexLocation))) {
+        logMessage(DEBUG, "'location' of 'data' element takes a place of the cache");
+        return false;
+    }
+    resource.localPath = sCacheDir + sBase;
     return true;
 }
 

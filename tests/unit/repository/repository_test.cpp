@@ -26,6 +26,8 @@ TEST(Repomd, judgesTheIndex)
     const std::string sBadTime = "DEBUG: failed parsing 'timestamp'\n" + sFailed;
     const std::tuple<std::string, std::string, std::string> vCases[] = {
         {"<data/>", "", "ok " + sOk},
+        {"<data/>", "<r:data type='other'><r:location href='packages'/></r:data>",
+         "ok packages /c/packages   0" + sOk},
         {"repo'>", "x'>", "DEBUG: bad top-level element, 'repomd' instead of 'rempomd'\n"},
         {"</r:repomd>", "", sOk + sFailed},
         {" type='primary'", "",
