@@ -43,6 +43,9 @@ def test_a_faulty_proxy_file_stops_nothing(device):
     device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='p' port='81'/>" + " " * 5000 + "<proxy")
     result = device.run("--check-only")
     assert (result.returncode, "INFO: using HTTP proxy 'p' port 81" in result.lines) == (0, True)
+    device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy password='hush' x></proxyconf>")
+    result = device.run("--check-only")
+    assert (result.lines[0], "hush" in result.stderr) == ("libxml2: /etc/network/orvproxy.conf:1: parser error", False)
 
 
 def test_external_entities_read_no_local_file(device):
