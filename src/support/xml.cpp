@@ -57,7 +57,7 @@ XmlReader openXmlReader(const std::string& sPath)
 
 std::string localXmlPath(const std::string& sPath)
 {
-    return sPath.starts_with('/') ? sPath : "./" + sPath;
+    return sPath.empty() || sPath.starts_with('/') ? sPath : "./" + sPath;
 }
 
 void refuseExternalEntities()
