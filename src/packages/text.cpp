@@ -1,5 +1,7 @@
 #include "packages/text.h"
 
+#include <sys/random.h>
+
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -40,7 +42,8 @@ public:
         if (m_uCount * 4 >= m_vTable.size() * 3) {
             grow();
         }
-        const auto uHash = static_cast<std::uint32_t>(std::hash<std::string_view>()(sText));
+        const std::uint64_t uMixed = std::hash<std::string_view>()(sText) * m_uSecret;
+        const auto uHash = static_cast<std::uint32_t>(uMixed >> 32U);
         Slot& slot = findSlot(sText, uHash);
         if (slot.id == 0) {
             slot = {uHash, store(sText)};
@@ -55,7 +58,12 @@ private:
         std::uint32_t id = 0;    ///< 0 is a free slot
     };
 
-    TextStore() : m_vTable(1024) { store(""); }
+    TextStore() : m_vTable(1024)
+    {
+        static_cast<void>(getrandom(&m_uSecret, sizeof(m_uSecret), GRND_NONBLOCK));
+        m_uSecret |= 1U;
+        store("");
+    }
 
     /// The slot of a string, or the free one where it belongs.
     Slot& findSlot(std::string_view sText, std::uint32_t uHash)
@@ -115,6 +123,8 @@ private:
 
     std::vector<std::unique_ptr<char[]>> m_vChunks;
     std::vector<Slot> m_vTable;  ///< with open addressing; the size is a power of two
+    /// Odd, and of this process: whoever chooses the names cannot make them crowd one part of the table.
+    std::uint64_t m_uSecret = 0x9e3779b97f4a7c15;
     std::size_t m_uCurrent = 0;  ///< the chunk that is being filled
     std::size_t m_uUsed = 0;     ///< units used in it
     std::size_t m_uCount = 0;    ///< strings in the table

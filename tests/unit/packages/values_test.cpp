@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <functional>
 
 TEST(Evr, isReadAsFarAsPossible)
 {
@@ -119,4 +121,22 @@ TEST(Text, holdsOneCopyOfEveryString)
     EXPECT_TRUE(std::ranges::equal(vFirst, vStrings, {}, &Text::c_str));
     const Text vRising[] = {{}, "a", "ab", "b", "z", "\x80"};  // bytes are unsigned
     EXPECT_TRUE(std::ranges::is_sorted(vRising, std::less_equal<>()));
+}
+
+TEST(Text, isNotSlowedDownByChosenNames)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto secondsFor = [](bool bChosen) {
+        std::vector<std::string> vNames;
+        for (int i = 0; vNames.size() < 40000; ++i) {  // the chosen ones crowd a 32nd of a table
+            std::string sName = (bChosen ? "c" : "p") + std::to_string(i);
+            if (!bChosen || (std::hash<std::string_view>()(sName) & 0x7fffU) < 0x400U) {
+                vNames.push_back(std::move(sName));
+            }
+        }
+        const Clock::time_point begin = Clock::now();
+        const std::vector<Text> vTexts(vNames.begin(), vNames.end());
+        return std::chrono::duration<double>(Clock::now() - begin).count();
+    };
+    EXPECT_LT(secondsFor(true), 5 * secondsFor(false) + 0.1);
 }
