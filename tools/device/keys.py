@@ -11,6 +11,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 from . import cache
+from .running import ENDED
 
 
 @contextlib.contextmanager
@@ -31,7 +32,8 @@ def _stop_agent(environment: dict[str, str]) -> None:
     if not answer.startswith("D "):
         return
     agent = int(answer.split()[1])
-    os.kill(agent, signal.SIGINT)  # at once; SIGTERM takes two seconds
+    with contextlib.suppress(ProcessLookupError):
+        os.kill(agent, signal.SIGINT)  # at once; SIGTERM takes two seconds
     end = time.monotonic() + 10
     while _runs(agent) and time.monotonic() < end:
         time.sleep(0.005)
@@ -42,7 +44,7 @@ def _runs(pid: int) -> bool:
     the first process of a container often doesn't."""
     try:
         return Path(f"/proc/{pid}/stat").read_text().rpartition(")")[2].split()[0] not in "ZX"
-    except FileNotFoundError:
+    except ENDED:
         return False
 
 

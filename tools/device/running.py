@@ -12,6 +12,8 @@ from pathlib import Path
 STATUS_FILE = "/var/lib/updater/status"
 STUBS = "/device/bin/rpm|/device/bin/telinit|/device/bin/shutdown|/usr/lib/updater/hook"
 AT = "(?:AT_FDCWD[^,]*, )?"
+#: What reading below /proc/PID raises when the process ends just then: ahead of open() or behind it.
+ENDED = (FileNotFoundError, ProcessLookupError)
 
 
 class SanitizerError(AssertionError):
@@ -86,7 +88,7 @@ class Running:
 
     def listens(self, port: int) -> bool:
         """Whether anything listens on a TCP port in the network of the run."""
-        with contextlib.suppress(FileNotFoundError):  # when it ends just now
+        with contextlib.suppress(*ENDED):
             tables = [Path(f"/proc/{self.inside or 'none'}/net/{name}").read_text() for name in ("tcp", "tcp6")]
             return any(re.search(rf":{port:04X} \w+:0000 0A ", table) for table in tables)
         return False
@@ -102,12 +104,13 @@ class Running:
         end = time.monotonic() + 20
         while time.monotonic() < end:
             generation = [parent]
-            while generation:
-                for pid in generation:
-                    if Path(f"/proc/{pid}/comm").read_text() == "updater\n":
-                        return pid
-                generation = [int(child) for pid in generation
-                              for child in Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
+            with contextlib.suppress(*ENDED):
+                while generation:
+                    for pid in generation:
+                        if Path(f"/proc/{pid}/comm").read_text() == "updater\n":
+                            return pid
+                    generation = [int(child) for pid in generation
+                                  for child in Path(f"/proc/{pid}/task/{pid}/children").read_text().split()]
             time.sleep(0.005)
         raise TimeoutError("the program does not run")
 
