@@ -76,12 +76,12 @@ void tellPlace(void* pPath, const char*, xmlParserSeverities severity,
 
 bool readProxyConfig(const std::string& sPath, ProxyConfig& proxy)
 {
+    std::string sTold = sPath;
     const XmlReader reader = openXmlReader(sPath);
     if (reader == nullptr) {
         logMessage(DEBUG, "no proxy configuration file '%s'", sPath.c_str());
         return true;
     }
-    std::string sTold = sPath;
     xmlTextReaderSetErrorHandler(reader.get(), &tellPlace, sTold.data());
     int iRead = xmlTextReaderRead(reader.get());
     while (iRead == 1) {
