@@ -3,7 +3,6 @@
 #include "support/logger.h"
 #include "support/xml.h"
 
-#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
@@ -61,28 +60,16 @@ bool readProxyElement(const xmlNode* pElement, ProxyConfig& proxy)
     return true;
 }
 
-/// In place of libxml2's own line, which would quote the document, passwords and all.
-void tellPlace(void* pPath, const char*, xmlParserSeverities severity,
-               xmlTextReaderLocatorPtr pLocator)
-{
-    if (severity != XML_PARSER_SEVERITY_ERROR) {
-        return;
-    }
-    std::fprintf(stderr, "libxml2: %s:%d: parser error\n", static_cast<const char*>(pPath),
-                 xmlTextReaderLocatorLineNumber(pLocator));
-}
-
 }  // namespace
 
 bool readProxyConfig(const std::string& sPath, ProxyConfig& proxy)
 {
-    std::string sTold = sPath;
     const XmlReader reader = openXmlReader(sPath);
     if (reader == nullptr) {
         logMessage(DEBUG, "no proxy configuration file '%s'", sPath.c_str());
         return true;
     }
-    xmlTextReaderSetErrorHandler(reader.get(), &tellPlace, sTold.data());
+    quoteNothing(*reader);  // it may hold a password
     int iRead = xmlTextReaderRead(reader.get());
     while (iRead == 1) {
         bool bProxy = false;

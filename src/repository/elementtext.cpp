@@ -9,26 +9,15 @@ void ElementText::clear()
     m_bLastIsText = false;
 }
 
-void ElementText::add(std::string_view sPiece)
+void ElementText::add(std::string_view sPiece, Origin origin)
 {
-    settle(Before::TEXT);
-    if (sPiece.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+    settle(origin == Origin::SECTION ? Before::MARKUP : Before::TEXT);
+    if (origin == Origin::CHARACTERS &&
+        sPiece.find_first_not_of(" \t\r\n") == std::string_view::npos) {
         m_sBlanks = sPiece;
     } else {
         append(sPiece);
     }
-}
-
-void ElementText::addSection(std::string_view sPiece)
-{
-    settle(Before::MARKUP);
-    append(sPiece);
-}
-
-void ElementText::addReplacement(std::string_view sPiece)
-{
-    settle(Before::TEXT);
-    append(sPiece);
 }
 
 void ElementText::addMarkup()

@@ -9,17 +9,15 @@
 /// the element it also is text if there is nothing else.
 class ElementText {
 public:
+    /// Where a piece of text comes from. What a CDATA section holds or an entity stands for is text,
+    /// blank or not.
+    enum class Origin { CHARACTERS, SECTION, ENTITY };
+
     /// Begins an element.
     void clear();
 
-    /// Character data, in the pieces in which the parser gives it.
-    void add(std::string_view sPiece);
-
-    /// A CDATA section: text, blank or not.
-    void addSection(std::string_view sPiece);
-
-    /// What an entity stands for: text, blank or not.
-    void addReplacement(std::string_view sPiece);
+    /// Adds a piece as the parser gives it.
+    void add(std::string_view sPiece, Origin origin);
 
     /// A comment, a processing instruction or a child element stands here.
     void addMarkup();

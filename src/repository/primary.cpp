@@ -94,25 +94,24 @@ void onEnd(void* pContext, const xmlChar*, const xmlChar*, const xmlChar*) noexc
     }
 }
 
-void addText(void* pContext, const xmlChar* pText, int iLength, PrimaryHandler::Origin origin)
+void addText(void* pContext, const xmlChar* pText, int iLength, ElementText::Origin origin)
 {
     Parse& parse = parseOf(pContext);
     if (!parse.failed) {
-        proceed(pContext,
-                parse.handler.text(
-                    {chars(pText), static_cast<std::size_t>(iLength)},
-                    pContext == parse.document ? origin : PrimaryHandler::Origin::ENTITY));
+        proceed(pContext, parse.handler.text(
+                              {chars(pText), static_cast<std::size_t>(iLength)},
+                              pContext == parse.document ? origin : ElementText::Origin::ENTITY));
     }
 }
 
 void onText(void* pContext, const xmlChar* pText, int iLength) noexcept
 {
-    addText(pContext, pText, iLength, PrimaryHandler::Origin::CHARACTERS);
+    addText(pContext, pText, iLength, ElementText::Origin::CHARACTERS);
 }
 
 void onSection(void* pContext, const xmlChar* pText, int iLength) noexcept
 {
-    addText(pContext, pText, iLength, PrimaryHandler::Origin::SECTION);
+    addText(pContext, pText, iLength, ElementText::Origin::SECTION);
 }
 
 void onComment(void* pContext, const xmlChar*) noexcept

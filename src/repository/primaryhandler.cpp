@@ -199,22 +199,12 @@ bool PrimaryHandler::takesText() const
     }
 }
 
-bool PrimaryHandler::text(std::string_view sText, Origin origin)
+bool PrimaryHandler::text(std::string_view sText, ElementText::Origin origin)
 {
     if (!takesText()) {
         return true;
     }
-    switch (origin) {
-        case Origin::CHARACTERS:
-            m_text.add(sText);
-            break;
-        case Origin::SECTION:
-            m_text.addSection(sText);
-            break;
-        case Origin::ENTITY:
-            m_text.addReplacement(sText);
-            break;
-    }
+    m_text.add(sText, origin);
     if (m_text.size() > k_uMaxText) {
         logMessage(DEBUG, "text of a package is too long");
         return false;

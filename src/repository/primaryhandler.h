@@ -24,13 +24,10 @@ public:
     {
     }
 
-    /// Where a piece of text comes from.
-    enum class Origin { CHARACTERS, SECTION, ENTITY };
-
     // The events. False means that the file has failed: give no more of them.
     [[nodiscard]] bool startElement(const StartTag& tag);
     [[nodiscard]] bool endElement();
-    [[nodiscard]] bool text(std::string_view sText, Origin origin);
+    [[nodiscard]] bool text(std::string_view sText, ElementText::Origin origin);
     void markup();  ///< a comment or a processing instruction
 
 private:

@@ -22,6 +22,18 @@ xmlParserInputPtr refuseEntity(const char* /*pUrl*/, const char* /*pId*/, xmlPar
     return nullptr;
 }
 
+/// Tells the place of an error and leaves out libxml2's words.
+void printPlace(void* /*pContext*/, const char* /*pMessage*/, xmlParserSeverities severity,
+                xmlTextReaderLocatorPtr pLocator)
+{
+    if (severity == XML_PARSER_SEVERITY_ERROR) {
+        const XmlString path(xmlTextReaderLocatorBaseURI(pLocator));
+        std::fprintf(stderr, "libxml2: %s:%d: parser error\n",
+                     path != nullptr ? printable(chars(path.get())).c_str() : "",
+                     xmlTextReaderLocatorLineNumber(pLocator));
+    }
+}
+
 /// Takes the pieces of a message in; prints each line when it is complete.
 __attribute__((format(printf, 2, 3))) void printMarked(void* /*pContext*/, const char* pFormat, ...)
 {
@@ -53,6 +65,11 @@ void markLibraryMessages()
 XmlReader openXmlReader(const std::string& sPath)
 {
     return XmlReader(xmlReaderForFile(localXmlPath(sPath).c_str(), nullptr, k_iXmlOptions));
+}
+
+void quoteNothing(xmlTextReader& reader)
+{
+    xmlTextReaderSetErrorHandler(&reader, &printPlace, nullptr);
 }
 
 std::string localXmlPath(const std::string& sPath)

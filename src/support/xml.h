@@ -20,6 +20,9 @@ using XmlReader = std::unique_ptr<xmlTextReader, XmlReaderDeleter>;
 /// be opened.
 [[nodiscard]] XmlReader openXmlReader(const std::string& sPath);
 
+/// Makes a reader tell on standard error only where a syntax error stands, and not quote the document.
+void quoteNothing(xmlTextReader& reader);
+
 /// A path in a form that libxml2 takes for nothing but a file: it has ideas about "-" and URLs.
 std::string localXmlPath(const std::string& sPath);
 
