@@ -73,17 +73,15 @@ bool Repository::update(const std::string& sUri)
         return false;
     }
     notifier.itemDone();
-    if (!parseRepomd(m_sCacheDir, m_resources)) {
-        logMessage(ERROR, "failed parsing repository metadata from '%s'", k_pIndexLocation);
+    if (!readIndex()) {
         return false;
     }
-    const auto primary = m_resources.find("primary");
-    if (primary == m_resources.end()) {
-        logMessage(ERROR, "no 'primary' entry in repository metadata");
+    const RepoResource* pPrimary = findPrimary();
+    if (pPrimary == nullptr) {
         return false;
     }
-    if (!fetchResource(downloader, *primary)) {
-        logResourceFailure(primary->location);
+    if (!fetchResource(downloader, *pPrimary)) {
+        logResourceFailure(pPrimary->location);
         return false;
     }
     notifier.itemDone();

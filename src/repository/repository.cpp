@@ -70,26 +70,40 @@ bool Repository::load()
 {
     m_resources.clear();
     packages.clear();
+    return readIndex() && loadPrimary(true);
+}
+
+bool Repository::readIndex()
+{
     if (!parseRepomd(m_sCacheDir, m_resources)) {
         logMessage(ERROR, "failed parsing repository metadata from '%s'", k_pIndexLocation);
         return false;
     }
-    return loadPrimary(true);
+    return true;
 }
 
-bool Repository::loadPrimary(bool bVerify)
+const RepoResource* Repository::findPrimary() const
 {
     const auto primary = m_resources.find("primary");
     if (primary == m_resources.end()) {
         logMessage(ERROR, "no 'primary' entry in repository metadata");
+        return nullptr;
+    }
+    return &*primary;
+}
+
+bool Repository::loadPrimary(bool bVerify)
+{
+    const RepoResource* pPrimary = findPrimary();
+    if (pPrimary == nullptr) {
         return false;
     }
-    if (bVerify && !primary->isGood()) {
-        logMessage(ERROR, "invalid checksum on '%s'", primary->location.c_str());
+    if (bVerify && !pPrimary->isGood()) {
+        logMessage(ERROR, "invalid checksum on '%s'", pPrimary->location.c_str());
         return false;
     }
-    if (!parsePrimary(primary->localPath, m_sPackagesDir, packages)) {
-        logMessage(ERROR, "failed parsing repository resource '%s'", primary->location.c_str());
+    if (!parsePrimary(pPrimary->localPath, m_sPackagesDir, packages)) {
+        logMessage(ERROR, "failed parsing repository resource '%s'", pPrimary->location.c_str());
         return false;
     }
     return true;

@@ -50,6 +50,8 @@ public:
     PackageSet packages;
 
 private:
+    [[nodiscard]] bool readIndex();
+    [[nodiscard]] const RepoResource* findPrimary() const;  ///< null (logged) if there is none
     [[nodiscard]] bool loadPrimary(bool bVerify);
     [[nodiscard]] static bool fetchResource(Downloader& downloader, const RepoResource& resource);
 
