@@ -1,8 +1,7 @@
 #!/usr/bin/env python3
 """check-includes.py SRC: names each #include in the tree SRC that crosses the layers the wrong way.
 
-Every layer may include itself and what MAY says. Files of packages/ that begin with "resolver" are
-a layer of their own, since rpmdb fills the value types of packages/ and the resolver reads rpmdb.
+Each folder is a layer. It may include itself and what MAY says.
 """
 
 import pathlib
@@ -23,8 +22,8 @@ MAY = {
 
 
 def layer(path: str) -> str:
-    """The layer of a path relative to SRC; the folder, but for the resolver."""
-    return "resolver" if path.startswith("packages/resolver") else path.split("/")[0]
+    """The layer of a path relative to SRC."""
+    return path.split("/")[0]
 
 
 def main() -> int:

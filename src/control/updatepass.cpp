@@ -2,7 +2,7 @@
 
 #include "control/packageinstall.h"
 #include "control/signals.h"
-#include "packages/resolver.h"
+#include "resolver/resolver.h"
 #include "support/files.h"
 #include "support/logger.h"
 

@@ -2,8 +2,8 @@
 
 #include "config/config.h"
 #include "control/result.h"
-#include "packages/resolverselection.h"
 #include "repository/repository.h"
+#include "resolver/selection.h"
 
 /// One attempt to bring the device up to date with one repository under one set of rules: gets the
 /// metadata, works out and reports the update set and, unless it is a check, fetches, verifies and

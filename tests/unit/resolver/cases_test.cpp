@@ -10,7 +10,7 @@
 //   missing D                     expected, one a line: what is unsatisfied in the end
 //   refused D                     expected, one a line: requires that this program does not meet
 
-#include "packages/resolver.h"
+#include "resolver/resolver.h"
 #include "testing/packages.h"
 #include "testing/testing.h"
 

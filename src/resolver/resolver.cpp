@@ -1,4 +1,4 @@
-#include "packages/resolver.h"
+#include "resolver/resolver.h"
 
 #include "rpmdb/rpmdb.h"
 #include "support/logger.h"

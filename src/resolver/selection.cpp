@@ -1,4 +1,4 @@
-#include "packages/resolverselection.h"
+#include "resolver/selection.h"
 
 #include "support/controls.h"
 #include "support/logger.h"

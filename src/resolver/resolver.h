@@ -2,7 +2,7 @@
 
 #include "config/config.h"
 #include "packages/package.h"
-#include "packages/resolverselection.h"
+#include "resolver/selection.h"
 
 #include <memory>
 
