@@ -1,5 +1,6 @@
 #include "net/downloader.h"
 
+#include "net/uri.h"
 #include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
@@ -46,7 +47,7 @@ bool Downloader::open(const std::string& sUri)
     if (!m_vFetchers.empty()) {
         return false;
     }
-    if (ne_uri_parse(sUri.c_str(), &m_uri) != 0) {
+    if (!parseUri(sUri, m_uri)) {
         logMessage(ERROR, "failed parsing repository URI '%s'", sUri.c_str());
         close();
         return false;
