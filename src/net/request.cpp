@@ -9,9 +9,40 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <vector>
+
+namespace {
+
+constexpr std::string_view k_sBlanks = " \t\r\n";
+
+/// The parts between the commas of a header. As the library sees it, commas in a quoted string do
+/// not count, and quotes count behind a "=" only.
+std::vector<std::string_view> elementsOf(std::string_view sValue)
+{
+    std::vector<std::string_view> vElements;
+    std::size_t uBegin = 0;
+    bool bValue = false;
+    bool bQuoted = false;
+    for (std::size_t u = 0; u < sValue.size(); ++u) {
+        if (sValue[u] == '"') {
+            bQuoted = bValue && !bQuoted;
+        } else if (sValue[u] == ',' && !bQuoted) {
+            vElements.push_back(sValue.substr(uBegin, u - uBegin));
+            uBegin = u + 1;
+            bValue = false;
+        } else if (sValue[u] == '=') {
+            bValue = true;
+        }
+    }
+    vElements.push_back(sValue.substr(uBegin));
+    return vElements;
+}
+
+}  // namespace
 
 int writeBody(void* pUserData, const char* pBlock, std::size_t uLength)
 {
@@ -55,6 +86,29 @@ std::string neErrorText(int iResult, ne_session* pSession)
 bool isTransient(int iResult)
 {
     return iResult == NE_ERROR || iResult == NE_CONNECT || iResult == NE_TIMEOUT;
+}
+
+bool isRedirect(int iStatus)
+{
+    return iStatus == 301 || iStatus == 302 || iStatus == 303 || iStatus == 307;
+}
+
+bool isGoodChallenge(std::string_view sValue)
+{
+    const auto isBlank = [](std::string_view sElement) {
+        return sElement.find_first_not_of(k_sBlanks) == std::string_view::npos;
+    };
+    const std::vector<std::string_view> vElements = elementsOf(sValue);
+    return std::none_of(vElements.begin(), vElements.end(), isBlank) &&
+           k_sBlanks.find(sValue.back()) == std::string_view::npos;
+}
+
+bool isGoodAuthenticationInfo(std::string_view sValue)
+{
+    const std::vector<std::string_view> vElements = elementsOf(sValue);
+    return std::all_of(vElements.begin(), vElements.end(), [](std::string_view sElement) {
+        return sElement.find('=') != std::string_view::npos;
+    });
 }
 
 int provideCredentials(const char* pLabel, const std::string& sUser, const std::string& sPassword,

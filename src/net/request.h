@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 struct RequestDeleter {
     void operator()(ne_request* pRequest) const { ne_request_destroy(pRequest); }
@@ -28,6 +29,16 @@ std::string neErrorText(int iResult, ne_session* pSession);
 
 /// True if a request that ended like this is worth another try.
 bool isTransient(int iResult);
+
+/// True for the statuses whose "Location" is followed: 301, 302, 303, 307.
+bool isRedirect(int iStatus);
+
+/// False for a challenge (RFC 9110, 11.6.1) with an empty element, on which the library crashes.
+bool isGoodChallenge(std::string_view sValue);
+
+/// False if an element of a list of parameters (RFC 9110, 11.6.3) has no "=", on which the library
+/// crashes.
+bool isGoodAuthenticationInfo(std::string_view sValue);
 
 /// Answers a request for authentication, in the way of neon's credentials callbacks.
 ///

@@ -1,13 +1,12 @@
 #include "net/urlfetcher.h"
 
-#include "net/localnetwork.h"
 #include "net/request.h"
 #include "net/tlstrust.h"
+#include "net/uri.h"
 #include "support/controls.h"
 #include "support/logger.h"
 
 #include <ne_auth.h>
-#include <ne_redirect.h>
 #include <ne_request.h>
 #include <unistd.h>
 
@@ -15,42 +14,18 @@
 
 namespace {
 
-constexpr int k_iMaxRetries = 2;        ///< so a get() makes up to three requests
-constexpr int k_iReadTimeout = 120;     ///< seconds
-constexpr int k_iConnectTimeout = 180;  ///< seconds
+constexpr int k_iMaxRetries = 2;          ///< so a get() makes up to three attempts
+constexpr int k_iConnectTimeout = 180;    ///< seconds
+constexpr std::size_t k_uMaxPath = 8192;  ///< bytes of a request's path
 
 /// Digest authentication, from servers with and without `qop`, and nothing else. NE_AUTH_DIGEST
 /// would leave out the latter.
 constexpr unsigned k_uDigestOnly = NE_AUTH_LEGACY_DIGEST;
 static_assert(k_uDigestOnly == 2);
 
-struct AddrinfoDeleter {
-    void operator()(addrinfo* pList) const { freeaddrinfo(pList); }
-};
-struct IfaddrsDeleter {
-    void operator()(ifaddrs* pList) const { freeifaddrs(pList); }
-};
-
 unsigned effectivePort(const ne_uri& uri)
 {
     return uri.port != 0 ? uri.port : ne_uri_defaultport(uri.scheme);
-}
-
-void notifySession(void* pUserData, ne_session_status status, const ne_session_status_info* pInfo)
-{
-    if (pUserData != nullptr) {
-        static_cast<URLFetcher::Notifier*>(pUserData)->notify(status, pInfo);
-    }
-}
-
-ne_inet_addr* makeAddress(const sockaddr* pAddress)
-{
-    if (pAddress->sa_family == AF_INET) {
-        return ne_iaddr_make(ne_iaddr_ipv4,
-                             reinterpret_cast<const unsigned char*>(getIPv4Addr(pAddress)));
-    }
-    return ne_iaddr_make(ne_iaddr_ipv6,
-                         reinterpret_cast<const unsigned char*>(getIPv6Addr(pAddress)));
 }
 
 }  // namespace
@@ -81,7 +56,7 @@ URLFetcher::URLFetcher(const ne_uri& uri)
             logMessage(ERROR, "only local file: URIs supported");
             return;
         }
-    } else if (!openSession()) {
+    } else if (!openSession(uri)) {
         return;
     }
     m_bValid = true;
@@ -89,7 +64,7 @@ URLFetcher::URLFetcher(const ne_uri& uri)
                static_cast<void*>(this), m_sScheme.c_str(), m_sHost.c_str(), m_uPort);
 }
 
-bool URLFetcher::openSession()
+bool URLFetcher::openSession(const ne_uri& uri)
 {
     if (m_uPort == 0) {
         m_uPort = ne_uri_defaultport(m_sScheme.c_str());
@@ -98,13 +73,18 @@ bool URLFetcher::openSession()
             return false;
         }
     }
-    m_pSession = ne_session_create(m_sScheme.c_str(), m_sHost.c_str(), m_uPort);
+    const bool bTls = m_sScheme == "https";
+    // To compare it with a certificate the library needs an IPv6 address without its brackets.
+    const std::string sAddress = bTls ? bareAddress(m_sHost) : "";
+    m_pSession = ne_session_create(m_sScheme.c_str(),
+                                   sAddress.empty() ? m_sHost.c_str() : sAddress.c_str(), m_uPort);
     if (m_pSession == nullptr) {
         logMessage(ERROR, "could not open session for scheme '%s', host '%s', port %u",
                    m_sScheme.c_str(), m_sHost.c_str(), m_uPort);
         return false;
     }
-    const bool bTls = m_sScheme == "https";
+    m_hooks = std::make_unique<SessionHooks>(m_pSession, uri);
+    ne_set_notifier(m_pSession, &notifySession, this);
     if (bTls) {
         ne_set_server_auth(m_pSession, &serverCredentials, this);
     } else {
@@ -112,83 +92,13 @@ bool URLFetcher::openSession()
     }
     chooseProxy();
     ne_set_useragent(m_pSession, s_sUserAgent.c_str());
-    ne_redirect_register(m_pSession);
+    m_hooks->followRedirects();
     ne_set_read_timeout(m_pSession, k_iReadTimeout);
     ne_set_connect_timeout(m_pSession, k_iConnectTimeout);
     if (bTls && !s_proxy.tlsTrust.empty()) {
         trustServers(m_pSession, s_proxy.tlsTrust);
     }
     return true;
-}
-
-void URLFetcher::chooseProxy()
-{
-    if (s_proxy.server.empty()) {
-        logMessage(DEBUG, "no proxy configured");
-        return;
-    }
-    if (s_proxy.bypassLocalNetwork && !findLocalAddresses()) {
-        logMessage(WARNING,
-                   "could not check if addresses for host '%s' are in local net, using proxy",
-                   m_sHost.c_str());
-    }
-    if (m_vAddrs.empty()) {
-        ne_session_proxy(m_pSession, s_proxy.server.c_str(), s_proxy.port);
-        ne_set_proxy_auth(m_pSession, &proxyCredentials, this);
-        logMessage(DEBUG, "using proxy for %s", m_sHost.c_str());
-    } else {
-        logMessage(DEBUG, "bypassing proxy since %s is local", m_sHost.c_str());
-    }
-}
-
-bool URLFetcher::findLocalAddresses()
-{
-    std::string sHost = m_sHost;
-    clearAddresses();
-    addrinfo hints = {};
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_protocol = IPPROTO_TCP;
-    if (sHost.starts_with('[') && sHost.ends_with(']')) {
-        sHost = sHost.substr(1, sHost.size() - 2);
-        hints.ai_flags |= AI_NUMERICHOST;
-    }
-    addrinfo* pHost = nullptr;
-    const int iError = getaddrinfo(sHost.c_str(), nullptr, &hints, &pHost);
-    if (iError != 0) {
-        logMessage(ERROR, "failed resolving address '%s' (%s)", m_sHost.c_str(),
-                   gai_strerror(iError));
-        return false;
-    }
-    const std::unique_ptr<addrinfo, AddrinfoDeleter> host(pHost);
-    ifaddrs* pInterfaces = nullptr;
-    if (getifaddrs(&pInterfaces) != 0) {
-        logMessage(ERROR, "failed getting local network addresses (%s)", errnoText().c_str());
-        return false;
-    }
-    const std::unique_ptr<ifaddrs, IfaddrsDeleter> interfaces(pInterfaces);
-    for (const sockaddr* pAddress : localAddresses(host.get(), interfaces.get())) {
-        ne_inet_addr* pMade = makeAddress(pAddress);
-        if (pMade != nullptr) {
-            m_vAddrs.push_back(pMade);
-        }
-    }
-    if (m_pSession != nullptr && !m_vAddrs.empty()) {
-        ne_set_addrlist(m_pSession, const_cast<const ne_inet_addr**>(m_vAddrs.data()),
-                        m_vAddrs.size());
-    }
-    return true;
-}
-
-void URLFetcher::clearAddresses()
-{
-    if (m_pSession != nullptr) {
-        ne_set_addrlist(m_pSession, nullptr, 0);
-    }
-    for (ne_inet_addr* pAddress : m_vAddrs) {
-        ne_iaddr_free(pAddress);
-    }
-    m_vAddrs.clear();
 }
 
 URLFetcher::~URLFetcher()
@@ -210,8 +120,16 @@ bool URLFetcher::matches(const ne_uri& uri) const
 
 void URLFetcher::setNotifier(Notifier* pNotifier)
 {
-    if (m_pSession != nullptr) {
-        ne_set_notifier(m_pSession, &notifySession, pNotifier);
+    m_pNotifier = pNotifier;
+}
+
+void URLFetcher::notifySession(void* pThis, ne_session_status status,
+                               const ne_session_status_info* pInfo)
+{
+    const auto* pFetcher = static_cast<URLFetcher*>(pThis);
+    pFetcher->m_hooks->notify(status);
+    if (pFetcher->m_pNotifier != nullptr) {
+        pFetcher->m_pNotifier->notify(status, pInfo);
     }
 }
 
@@ -224,7 +142,7 @@ void URLFetcher::closeConnection()
 
 const ne_uri* URLFetcher::redirectLocation() const
 {
-    return m_pSession != nullptr && m_bRedirected ? ne_redirect_location(m_pSession) : nullptr;
+    return m_bRedirected ? &m_hooks->redirect() : nullptr;
 }
 
 bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
@@ -243,6 +161,12 @@ bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
         logMessage(ERROR, "refused to request a path with a control character");
         return false;
     }
+    if (sPath.size() > k_uMaxPath) {
+        logMessage(ERROR, "refused to request a path of more than %i bytes",
+                   static_cast<int>(k_uMaxPath));
+        return false;
+    }
+    m_hooks->beginResource();
     int iResult = NE_OK;
     int iStatusClass = 0;
     int iRetries = 0;
@@ -252,7 +176,7 @@ bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
             m_bRedirected = true;
             return false;
         }
-        if (iRetries >= k_iMaxRetries || !isTransient(iResult)) {
+        if (iRetries >= k_iMaxRetries || !isTransient(iResult) || !m_hooks->hasRequestsLeft()) {
             break;
         }
         ++iRetries;
@@ -296,6 +220,9 @@ int URLFetcher::request(const std::string& sPath, int iFd, bool bBypassCaches, i
     const int iResult = ne_request_dispatch(request.get());
     if (iResult == NE_OK) {
         iStatusClass = ne_get_status(request.get())->klass;
+    } else if (m_sScheme == "https" && iResult != NE_REDIRECT) {
+        // Behind a refused tunnel the library would send the next request in clear.
+        closeConnection();
     }
     return iResult;
 }

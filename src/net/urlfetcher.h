@@ -2,11 +2,13 @@
 
 #include "config/config.h"
 #include "net/identity.h"
+#include "net/sessionhooks.h"
 
 #include <ne_session.h>
 #include <ne_socket.h>
 #include <ne_uri.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -54,7 +56,8 @@ public:
 
     /// Brings one resource into a file, with at most two retries.
     ///
-    /// @param sPath          complete path on the server, or of a local file; goes out unchanged.
+    /// @param sPath          complete path on the server, or of a local file; goes out unchanged. One
+    ///                       for a server must hold no control character and at most 8192 bytes.
     /// @param iFd            descriptor open for writing, at the start of an empty file; stays
     ///                       open.
     /// @param bBypassCaches  forbids HTTP caches to answer.
@@ -67,8 +70,7 @@ public:
     /// True if the last get() ended in a redirect, which is then not logged.
     [[nodiscard]] bool wasRedirected() const { return m_bRedirected; }
 
-    /// Where the last get() was redirected to, or null. Belongs to neon: valid until the next
-    /// get().
+    /// Where the last get() was redirected to, or null. Valid until the next get().
     [[nodiscard]] const ne_uri* redirectLocation() const;
 
 private:
@@ -77,12 +79,14 @@ private:
     [[nodiscard]] static bool buildDefaultPassword();
     [[nodiscard]] static bool buildDefaultUser();
 
+    static void notifySession(void* pThis, ne_session_status status,
+                              const ne_session_status_info* pInfo);
     static int serverCredentials(void* pUserData, const char* pRealm, int iAttempt, char* pUser,
                                  char* pPassword);
     static int proxyCredentials(void* pUserData, const char* pRealm, int iAttempt, char* pUser,
                                 char* pPassword);
 
-    [[nodiscard]] bool openSession();
+    [[nodiscard]] bool openSession(const ne_uri& uri);
     void chooseProxy();
     [[nodiscard]] bool findLocalAddresses();
     void clearAddresses();
@@ -102,7 +106,9 @@ private:
     std::string m_sScheme;
     std::string m_sHost;  ///< an IPv6 literal keeps its square brackets
     unsigned m_uPort = 0;
-    ne_session* m_pSession = nullptr;  ///< owned; null for a file: origin
+    ne_session* m_pSession = nullptr;       ///< owned; null for a file: origin
+    std::unique_ptr<SessionHooks> m_hooks;  ///< of the session
+    Notifier* m_pNotifier = nullptr;        ///< not owned
     bool m_bRedirected = false;
     /// The host's addresses on a local network, owned; empty unless the proxy is bypassed. The
     /// session keeps these pointers.

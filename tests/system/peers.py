@@ -5,6 +5,7 @@ import hashlib
 import json
 import subprocess
 import time
+from collections.abc import Sequence
 from pathlib import Path
 
 from device import webserver
@@ -51,18 +52,18 @@ def nginx(device: Device) -> None:
     webserver.start(device, "if ($host = 10.9.9.8) { return 302 /; } if ($host = 10.9.9.9) { return 302 http://127.0.0.1:8080/; }")
 
 
-def squid(device: Device, scheme: str = "") -> None:
+def squid(device: Device, scheme: str = "", access: Sequence[str] = ("http_access allow all",)) -> None:
     """On port 3128, keeps everything for a day. `scheme`: "basic" or "digest", for user "me" with the
-    password "secret". It alone knows the host "repo.test". A line of its log is result and URL."""
+    password "secret", in place of `access`. It alone knows the host "repo.test". A line of its log is result and URL."""
     lines = ["http_port 3128", "pid_filename none", "visible_hostname proxy", "hosts_file /srv/squid/hosts",
              "dns_nameservers 127.0.0.1", "pinger_enable off", "netdb_filename none", "cache_log /srv/squid/log",
              "coredump_dir /srv/squid", "logformat line %Ss %ru", "access_log stdio:/srv/squid/access line",
              "refresh_pattern . 1440 100% 1440 override-expire override-lastmod"]
-    password, access = "secret", ["http_access allow all"]
+    password = "secret"
     if scheme:
         program = {"basic": "basic_ncsa_auth", "digest": "digest_file_auth"}[scheme]
-        access = [f"auth_param {scheme} program /usr/lib/squid/{program} /srv/squid/users",
-                  f"auth_param {scheme} realm proxy", "acl known proxy_auth REQUIRED", "http_access allow known"]
+        access = (f"auth_param {scheme} program /usr/lib/squid/{program} /srv/squid/users",
+                  f"auth_param {scheme} realm proxy", "acl known proxy_auth REQUIRED", "http_access allow known")
     if scheme == "basic":
         password = subprocess.check_output(["openssl", "passwd", "-apr1", "secret"], text=True)
     device.write("/srv/squid/users", f"me:{password}")
@@ -79,16 +80,18 @@ def use_proxy(device: Device, **attributes: str) -> None:
 
 def certificates(directory: Path) -> Path:
     """Makes NAME.pem with NAME.key: authorities "ca" and "other", and for the host repo.test "good",
-    "expired", "untrusted" (of the other authority) and "self-signed"; "misnamed" is for another host."""
+    "expired", "untrusted" (of the other authority) and "self-signed"; "misnamed" is for another host, "address" for fd00::1."""
     def openssl(command: str) -> None:
         subprocess.run(["openssl", *command.split()], cwd=directory, check=True, capture_output=True)
 
     for name, issuer, host, days in (
             ("ca", "", "ca", 9), ("other", "", "other", 9), ("good", "ca", "repo.test", 9), ("expired", "ca", "repo.test", -1),
-            ("untrusted", "other", "repo.test", 9), ("self-signed", "", "repo.test", 9), ("misnamed", "ca", "elsewhere.test", 9)):
+            ("untrusted", "other", "repo.test", 9), ("self-signed", "", "repo.test", 9), ("misnamed", "ca", "elsewhere.test", 9),
+            ("address", "ca", "fd00::1", 9)):
         authority = "TRUE" if name == host else "FALSE"
+        kind = "IP" if ":" in host else "DNS"
         openssl("req -new -newkey ec -pkeyopt ec_paramgen_curve:P-256 -nodes -out request "
-                f"-subj /CN={host} -addext subjectAltName=DNS:{host} -addext basicConstraints=CA:{authority} -keyout {name}.key")
+                f"-subj /CN={host} -addext subjectAltName={kind}:{host} -addext basicConstraints=CA:{authority} -keyout {name}.key")
         openssl(f"x509 -req -in request -copy_extensions copy -days {days} -out {name}.pem "
                 + (f"-CA {issuer}.pem -CAkey {issuer}.key" if issuer else f"-signkey {name}.key"))
     return directory
@@ -116,9 +119,22 @@ def httpd(device: Device, password: str = "", tls: dict[int, Path] | None = None
 
 
 def scripted(device: Device, *answers: list | None) -> None:
-    """On port 8080: answers each request in turn, and closes the connection each time. An answer is a list of
-    texts to send, of seconds to wait and of None to reset the connection; None instead of a list gives the
-    file of that path, as does every request behind the last answer. A line of its log is path, Host and Authorization."""
+    """On port 8080, as server or proxy: answers each request in turn, and closes the connection each time. An answer is
+    a list of texts to send, of seconds to wait, of None to reset the connection and True to leave it open; None instead
+    of a list gives the file of that path, as does every request behind the last answer. A line of its log is path, Host
+    and Authorization."""
     device.write("/srv/scripted/answers", json.dumps(answers))
     device.write("/srv/scripted/server", Path(__file__).with_name("scripted.py").read_bytes())
     device.serve("/usr/bin/python3", "-I", "/srv/scripted/server", port=8080)
+
+
+def tunnel(device: Device, *answers: str | int | None) -> None:
+    """A proxy on port 3128. Each CONNECT gets the next answer, the last one for ever: a status with header lines,
+    after which the connection stays open; None for a tunnel; a number for one that stalls behind so many bytes from
+    the origin or, negative, to it. It answers requests in clear like the origin, once they have shown it a password.
+    Port 8444 leads to port 8443 in the same way. A line of its log is a whole request, or how much came at the end."""
+    texts = [f"HTTP/1.1 {answer}\r\nContent-Length: 0\r\n\r\n" if isinstance(answer, str) else answer for answer in answers]
+    device.write("/srv/tunnel/answers", json.dumps(texts))
+    device.write("/srv/tunnel/proxy", Path(__file__).with_name("tunnel.py").read_bytes())
+    device.serve("/usr/bin/python3", "-I", "/srv/tunnel/proxy", port=3128)
+    use_proxy(device, bypassLocalNetwork="off", username="me", password="secret")

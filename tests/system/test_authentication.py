@@ -1,11 +1,13 @@
 """The device's identity, proven to an Apache server that was told user and password independently."""
 
+import base64
 import hashlib
 import string
 
 import pytest
 from device.device import Device
-from peers import GOOD, INDEX, NO_INDEX, USER, certificates, check, httpd, log_of, point_at, scripted, update
+from peers import (GOOD, INDEX, NO_INDEX, PRIMARY, USER, certificates, check, httpd, log_of, nginx, point_at, scripted, update,
+                   use_proxy)
 from scenes import set_up
 
 ALPHABET = string.ascii_lowercase + string.ascii_uppercase + string.digits + ".-"
@@ -86,3 +88,70 @@ def test_refusals(device, path, password, blocks, requests, lines):
         "WARNING: cannot recover default authentication credentials"] * (not blocks[0]) + lines[:-1]
     assert len([line for line in seen if line.startswith("TRACE: attempting")]) == requests - 1
     assert len(log_of(device, "httpd", requests)) == requests
+
+
+def demand(challenge: str, role: str, *header: str) -> list[str]:
+    status, name = {"origin": (401, "WWW"), "proxy": (407, "Proxy")}[role]
+    return ["\r\n".join([f"HTTP/1.1 {status} No", f"{name}-Authenticate: {challenge}", *header, "Content-Length: 0", "", ""])]
+
+
+@pytest.fixture
+def asked(device):
+    """Asks the scripted server as its origin or as its proxy, and knows a password for both."""
+    set_blocks(device, BASE, CORE, b"")
+    set_up(device)
+
+    def point(role: str) -> Device:
+        if role == "proxy":
+            use_proxy(device, port="8080", bypassLocalNetwork="off", username="me", password="secret")
+        return point_at(device, "http://localhost:8080/srv/repo")
+    return point
+
+
+DIGEST = 'Digest realm="r", nonce="n", qop="auth"'
+TOKEN = "NTLM " + base64.b64encode(b"NTLMSSP\0\2\0\0\0" + bytes(36)).decode()
+
+
+STALE = f"{DIGEST}, stale=true"
+
+
+@pytest.mark.parametrize("role, first, then, kept, swallowed", [
+    ("origin", [DIGEST], STALE, False, False),
+    ("origin", [DIGEST], STALE, True, True),
+    ("origin", [DIGEST, STALE], STALE, True, True),  # the last request as well
+    ("proxy", [DIGEST], STALE, False, False),
+    ("proxy", ["NTLM"], TOKEN, True, False),
+], ids=["stale", "swallowed", "last swallowed", "stale proxy", "NTLM"])
+def test_challenges_without_end(asked, role, first, then, kept, swallowed):
+    """What a kept connection swallows the library sends once more by itself."""
+    device = asked(role)
+    close = [] if kept else ["Connection: close"]
+    scripted(device, *([*demand(challenge, role, *close), kept] for challenge in first),
+             *([*demand(then, role, *close), kept], *[[]] * swallowed) * 50)
+    text = "maximum number of requests (12) exceeded"
+    if len(first) == 2:
+        text = "Could not read status line: connection was closed by server"
+    assert check(device) == [f"ERROR: failed fetching '{INDEX}' ({text})", *NO_INDEX]
+    assert len(log_of(device, "scripted")) == 12
+
+
+@pytest.mark.parametrize("before", [0, 1, 2], ids=["index", "primary", "package"])
+@pytest.mark.parametrize("role, name", [("origin", "WWW"), ("proxy", "Proxy")])
+def test_headers_that_the_library_cannot_bear(asked, before, role, name):
+    """An empty challenge behind another one; what follows a digest without any value."""
+    device = asked(role)
+    prefix = "" if role == "origin" else "Proxy-"
+    info = [f"HTTP/1.1 200 OK\r\n{prefix}Authentication-Info: x\r\nContent-Length: 0\r\n\r\n"]
+    scripted(device, *[None] * before, demand(DIGEST, role, f"{name}-Authenticate:"), demand(DIGEST, role), info, info)
+    result = update(device, "--test", "app")
+    file = (INDEX, PRIMARY, "app-2-1.noarch.rpm")[before]
+    text = f"failed fetching '{file}' (malformed authentication header)"
+    assert [line for line in result.lines if "fetching" in line] == [f"WARNING: {text}; retrying"] * 2 + [f"ERROR: {text}"]
+    assert (result.returncode, len(log_of(device, "scripted"))) == (1, before + 4)
+
+
+def test_a_path_of_any_length(device):
+    long = "/" + "x" * 9000
+    nginx(point_at(set_up(device), f"http://localhost:8080{long}"))
+    assert check(device) == ["ERROR: refused to request a path of more than 8192 bytes", *NO_INDEX]
+    assert log_of(device, "nginx") == []

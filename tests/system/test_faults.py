@@ -80,6 +80,7 @@ BAD_INDEX = [f"ERROR: failed parsing repository metadata from '{INDEX}'", *NO_IN
      ["ERROR: only local file: URIs supported", UNUSABLE.format("file://far/x"), *NO_INDEX], ["127.0.0.1"]),
     ([moved("ftp://far/")], ["ERROR: scheme 'ftp' not supported", UNUSABLE.format("ftp://far/"), *NO_INDEX], ["127.0.0.1"]),
     ([moved("http://a\x1b/")], ["ERROR: got redirect with unparseable location", *NO_INDEX], ["127.0.0.1"]),
+    ([moved("http://[::1]")], [retrying(REFUSED), retrying(REFUSED), *failed(REFUSED)], ["127.0.0.1"]),
     ([moved("http://localhost:9/")], [retrying(REFUSED), retrying(REFUSED), *failed(REFUSED)], ["127.0.0.1"]),
     ([moved("http://far.test/")], failed(
         "server or proxy hostname lookup failed", "ERROR: make sure that a network gateway and DNS servers are configured",

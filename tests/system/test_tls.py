@@ -1,8 +1,13 @@
 """Updates over HTTPS: whom the device trusts, and why it doesn't."""
 
+import contextlib
+import re
+import time
+
 import pytest
-from peers import GOOD, INDEX, NO_INDEX, certificates, check, httpd, log_of, point_at, squid, use_proxy
-from scenes import set_up
+from device.device import Device, Package
+from peers import GOOD, INDEX, NO_INDEX, certificates, check, httpd, log_of, point_at, squid, tunnel, update, use_proxy
+from scenes import NEW, OLD, set_up
 
 PORTS = {"good": 8443, "expired": 8444, "untrusted": 8445, "self-signed": 8446, "misnamed": 8447}
 SYSTEM = '<tls trust="system"/>'
@@ -45,3 +50,143 @@ def test_trust(device, pems, server, extra, lines, proxy):
     assert log_of(device, "httpd", len(expected)) == expected
     if proxy:
         assert set(log_of(device, "squid", 1)) == {f"TCP_TUNNEL repo.test:{PORTS[server]}"}
+
+
+def refused(status: str) -> list[str]:
+    text = f"failed fetching '{INDEX}' (Could not create SSL connection through proxy server: {status})"
+    return [f"WARNING: {text}; retrying"] * 2 + [f"ERROR: {text}", *NO_INDEX]
+
+
+def moved(status: str, location: str) -> str:
+    return f"{status}\r\nLocation: {location}"
+
+
+def secured(device, pems, uri="https://repo.test:8443/repo", certificate="good"):
+    httpd(point_at(device, uri, '<tls trust="/srv/ca.pem"/>'), tls={8443: pems / f"{certificate}.pem"})
+    device.write("/srv/ca.pem", (pems / "ca.pem").read_bytes())
+    return device
+
+
+@pytest.fixture
+def secure(device, pems):
+    """A device whose repository is on HTTPS."""
+    return secured(set_up(device), pems)
+
+
+CONNECT = "CONNECT repo.test:8443 HTTP/1.1"
+
+
+def demands(device) -> list[str]:
+    """The request lines that the proxy saw in clear."""
+    return [line.partition("|")[0] for line in log_of(device, "tunnel") if "|" in line]
+
+
+@pytest.mark.parametrize("answer", [
+    "403 Forbidden", "502 Bad Gateway", "503 Service Unavailable", "404 Not Found",
+    moved("308 Permanent Redirect", "https://repo.test:8443/repo/"),
+    moved("301 Moved Permanently", "https://repo.test:8443/repo/"), moved("302 Found", "http://127.0.0.1:8080/"),
+    moved("303 See Other", "file:///srv"), moved("307 Temporary Redirect", "https://127.0.0.1:8443/"),
+    '401 Unauthorized\r\nWWW-Authenticate: Basic realm="proxy"', "407 Proxy Authentication Required",
+], ids=lambda answer: answer[:3])
+def test_nothing_leaves_tls_behind_a_refused_tunnel(secure, answer):
+    """Nor is what the proxy says in the place of the origin believed."""
+    tunnel(secure, answer)
+    assert check(secure) == refused(answer.partition("\r")[0])
+    assert demands(secure) == [CONNECT] * 3
+    assert not [line for line in log_of(secure, "tunnel") if "uthorization" in line or "no-cache" in line]
+    assert log_of(secure, "httpd") == []
+
+
+DEMAND = '407 Proxy Authentication Required\r\nProxy-Authenticate: Basic realm="proxy"'
+BACK = f"INFO: fetched '{INDEX}' in retry 1"
+
+
+@pytest.mark.parametrize("answers, lines, tunnels", [
+    ([DEMAND, None], GOOD, 2),
+    (["503 Busy", None], [refused("503 Busy")[0], BACK, *GOOD], 2),
+    ([DEMAND, "503 Busy", DEMAND, None], [refused("503 Busy")[0], BACK, *GOOD], 4),
+], ids=["password", "busy", "both"])
+def test_a_proxy_that_lets_pass_in_the_end(secure, answers, lines, tunnels):
+    tunnel(secure, *answers)
+    assert check(secure) == lines
+    assert demands(secure) == [CONNECT] * tunnels
+    assert log_of(secure, "httpd", 2) == ["- 200"] * 2
+
+
+def test_a_proxy_that_demands_without_end(secure):
+    digest = '407 No\r\nProxy-Authenticate: Digest realm="r", nonce="n", qop="auth"'
+    tunnel(secure, digest, f"{digest}, stale=true")
+    assert "proxy server: maximum number of requests (12) exceeded)" in check(secure)[0]
+    assert demands(secure) == [CONNECT] * 10  # the request behind the tunnel counts from its beginning
+
+
+def test_packages_do_not_leave_tls_either(secure):
+    tunnel(secure, None, "403 Forbidden")
+    lines = update(secure, "--test", "app").lines
+    assert lines[lines.index("INFO: downloading 2 packages") + 3] == (
+        "ERROR: failed fetching 'app-2-1.noarch.rpm' (Could not create SSL connection through proxy server: 403 Forbidden)")
+    assert demands(secure) == [CONNECT] * 4
+
+
+def test_squid_refuses_a_tunnel(secure):
+    squid(secure, access=["http_access deny CONNECT", "http_access allow all"])
+    use_proxy(secure, bypassLocalNetwork="off")
+    assert check(secure) == refused("403 Forbidden")
+    assert log_of(secure, "squid", 3) == ["TCP_DENIED repo.test:8443"] * 3
+
+
+@pytest.mark.parametrize("proxy", [False, True], ids=["direct", "tunnel"])
+def test_reads_and_writes_end_below_tls(secure, proxy):
+    """The library polls for an answer, and then may wait in a read or a write without end."""
+    tunnel(secure, None)
+    if not proxy:
+        secure.remove("/etc/network/orvproxy.conf")
+    traced = secure.shell("strace -f -e trace=setsockopt,sendto,write -e signal=none /device/bin/updater --check-only --max-wait-time=-1",
+                          ASAN_OPTIONS="detect_leaks=0")
+    assert traced.returncode == 0, traced.stderr
+    before = traced.stderr.partition('"\\26\\3\\1')[0]  # the head of a TLS handshake
+    assert re.findall(r'SO_(...)TIMEO_\w+, "x\\0', before) == ["RCV", "SND"]  # x: 120
+
+
+@pytest.mark.parametrize("proxy", [False, True], ids=["direct", "tunnel"])
+def test_an_address_in_brackets(device, pems, proxy):
+    """Neither the library nor the server counts ::1 for an address of the device."""
+    tunnel(device, None)
+    assert device.shell("ip address add fd00::1/64 dev lo").returncode == 0
+    secured(set_up(device), pems, "https://[FD00:0::1]:8443/repo", "address")
+    if not proxy:
+        device.remove("/etc/network/orvproxy.conf")
+    assert check(device) == GOOD
+    assert demands(device) == ["CONNECT [fd00::1]:8443 HTTP/1.1"] * proxy
+
+
+@pytest.mark.long
+@pytest.mark.parametrize("proxy", [False, True], ids=["direct", "tunnel"])
+def test_stalls_inside_tls(program, pems, proxy):
+    """All at once, as each takes minutes. The index is longer than a record."""
+    scenes = {"silent": [0], "in the handshake": [100], "in the header": [5000], "in the body": [40_000],
+              "in a package": [None, 60_000], "unread": [-900]}
+    runs = {}
+    with contextlib.ExitStack() as stack:
+        for name, answers in scenes.items():
+            device = stack.enter_context(Device(program))
+            device.install(*OLD)
+            device.publish(Package("app", "2-1", requires=("lib >= 2",), size=100_000), *NEW[1:])
+            device.write(f"/srv/repo/{INDEX}", device.read(f"/srv/repo/{INDEX}") + f"<!--{'x' * 50_000}-->")
+            uri = f"https://repo.test:{8443 if proxy else 8444}/repo" + "/." * (3500 if name == "unread" else 0)
+            secured(device, pems, uri)
+            tunnel(device, *answers, None)
+            if not proxy:
+                device.remove("/etc/network/orvproxy.conf")
+            if name == "unread":
+                assert device.shell("mount -o remount,rw /proc; cd /proc/sys/net/ipv4; "
+                                    "echo 4096 4096 4096 | tee tcp_rmem >tcp_wmem").returncode == 0
+            runs[name] = device.start("--max-wait-time=-1", "--test", "app")
+        begin = time.monotonic()
+        for name, run in runs.items():
+            result = run.wait(600)
+            file = "app-2-1.noarch.rpm" if name == "in a package" else INDEX
+            told = [line.partition(" (")[0] for line in result.lines if "fetching" in line or "in retry" in line]
+            assert told == [f"WARNING: failed fetching '{file}'", f"INFO: fetched '{file}' in retry 1"], name
+            assert (result.returncode, result.lines[-2]) == (0, "INFO: packages tested OK"), name
+        assert 240 <= time.monotonic() - begin < 300

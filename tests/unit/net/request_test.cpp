@@ -42,6 +42,30 @@ TEST(Request, providesCredentialsThatFit)
     }
 }
 
+TEST(Request, refusesHeadersThatCrashTheLibrary)
+{
+    const std::tuple<const char*, bool, bool> vCases[] = {
+        // value, as challenge, as authentication information
+        {"Digest realm=\"a, , b\", nonce=x", true, true},
+        {"Negotiate, Basic realm=x", true, false},
+        {"NTLM", true, false},
+        {"", false, false},
+        {"Basic realm=x, ", false, false},
+        {"NTLM, , Basic realm=x", false, false},
+        {"Basic realm=\"x,\t", false, true},
+        {"Digest a\"=b, ", false, false},
+        {"Digest a\"b, c, d=\"", true, false},
+        {"x", true, false},
+        {"qop=auth, rspauth=\"x, y\"", true, true},
+        {"qop=auth, x", true, false},
+    };
+    for (const auto& [pValue, bChallenge, bInfo] : vCases) {
+        SCOPED_TRACE(pValue);
+        EXPECT_EQ(isGoodChallenge(pValue), bChallenge);
+        EXPECT_EQ(isGoodAuthenticationInfo(pValue), bInfo);
+    }
+}
+
 TEST(TlsTrust, findsAllCertificatesOfAPemFile)
 {
     const std::string sBegin = "-----BEGIN CERTIFICATE-----";
