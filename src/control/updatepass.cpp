@@ -34,8 +34,8 @@ namespace {
 /// Closes the update set under its dependencies.
 ///
 /// @param unsatisfied  filled with the requires that are missing in the end.
-/// @return             true if the set can be installed. Missing files are left to rpm, which knows
-///                     the file lists. A noted signal ends the work early.
+/// @return             true if the set can be installed. What only rpm can judge, see
+///                     isLeftToRpm(), may be missing. A noted signal ends the work early.
 [[nodiscard]] bool closeUpdateSet(const Resolver& resolver, const PackageSet& available,
                                   PackageSet& updateSet, DependencySet& unsatisfied)
 {
@@ -59,7 +59,7 @@ void logUnsatisfied(const DependencySet& unsatisfied)
 {
     logMessage(ERROR, "unsatisfied non-file dependencies:");
     for (const Dependency& require : unsatisfied) {
-        if (!require.name.empty() && !require.name.view().starts_with('/')) {
+        if (!require.name.empty() && !isLeftToRpm(require)) {
             logMessage(ERROR, "\t%s", dependencyText(require).c_str());
         }
     }

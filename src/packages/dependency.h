@@ -13,7 +13,7 @@ enum DependencyFlag : std::int32_t { LESS = 2, GREATER = 4, EQUAL = 8 };
 
 /// One entry of a requires, provides or obsoletes list: a name and a range of versions.
 struct Dependency {
-    Text name;               ///< a name that begins with '/' is a file path
+    Text name;               ///< a file path if it begins with '/', a condition if with '('
     Evr evr;                 ///< the bound of the range
     std::int32_t flags = 0;  ///< DependencyFlag bits; 0 means no version condition
 };

@@ -100,6 +100,11 @@ bool Resolver::checkDependencies(const PackageSet& updateSet, DependencySet& uns
     return unsatisfied.empty();
 }
 
+bool isLeftToRpm(const Dependency& require)
+{
+    return require.name.view().starts_with('/') || require.name.view().starts_with('(');
+}
+
 void missingRequires(const InstalledPackageSet& installed, const PackageSet& updateSet,
                      DependencySet& unsatisfied)
 {
@@ -164,7 +169,7 @@ bool Resolver::onlyFileRequires(const DependencySet& unsatisfied)
 {
     logMessage(DEBUG, "checking for file-only requires");
     for (const Dependency& require : unsatisfied) {
-        if (!require.name.view().starts_with('/')) {
+        if (!isLeftToRpm(require)) {
             return false;
         }
     }

@@ -38,7 +38,7 @@ public:
                                                   DependencySet& unsatisfied,
                                                   PackageSet& updateSet);
 
-    /// True if every entry names a file, also for none at all.
+    /// True if every entry is left to rpm, also for none at all.
     [[nodiscard]] static bool onlyFileRequires(const DependencySet& unsatisfied);
 
     /// Tests what the running program provides against the requires of that name in `packages`.
@@ -53,6 +53,10 @@ public:
 private:
     std::unique_ptr<InstalledPackageSet> m_installed;  ///< null until init() has succeeded
 };
+
+/// True if only rpm can tell whether a require is met: a file, as no file lists are known here, or a
+/// condition in parentheses like "(foo or bar)", which stands for a name.
+[[nodiscard]] bool isLeftToRpm(const Dependency& require);
 
 /// Collects the requires that the future system does not meet. Only what is listed as a provide
 /// counts: no package name, no file list.

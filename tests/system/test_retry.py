@@ -18,7 +18,7 @@ def with_updater(device):
 
 def test_a_failed_check_installs_the_updater_alone(device):
     device.install(OLD[0], UPDATERS[0])
-    device.publish(Package("app", "2-1", requires=("nowhere > 3", "updater-running >= 1.2")), UPDATERS[1])
+    device.publish(Package("app", "2-1", requires=("nowhere > 3", "updater-running >= 1.2", "(no or never)")), UPDATERS[1])
     result = device.run()
     assert result.lines[4:10] == [
         "ERROR: unsatisfied non-file dependencies:", "ERROR: \tnowhere > 0:3",

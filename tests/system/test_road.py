@@ -2,7 +2,7 @@
 
 import pytest
 from device.device import Package
-from scenes import (HALF_STATE, NEW_STATE, OLD_STATE, PASS_1, PASS_2, REBOOT, REPORT, head, set_up)
+from scenes import (HALF_STATE, NEW_STATE, OLD, OLD_STATE, PASS_1, PASS_2, REBOOT, REPORT, head, set_up)
 
 
 def installing(number: int, names: list[str], output: list[str]) -> list[str]:
@@ -116,3 +116,13 @@ def test_add_ons_by_group_and_a_chain_of_requires(device):
     assert device.run("--no-reboot").returncode == 0
     assert [call for call in device.calls if call.startswith("rpm")] == [
         "rpm -v -U tool-2-1.noarch.rpm", "rpm -v -U engine-1-1.noarch.rpm game-2-1.noarch.rpm"]
+
+
+def test_conditions_are_left_to_rpm(device):
+    device.install(OLD[0], Package("bystander", "1-1", requires=("(base-system or nothing)",)))
+    device.publish(Package("app", "2-1", requires=("(bystander if base-system)",)))
+    assert device.run().returncode == 0
+    assert device.installed() == ["app-2-1", "base-system-1-1", "bystander-1-1"]
+    device.publish(Package("app", "3-1", requires=("(nothing or nobody)",)))
+    device.status = "READY"
+    assert "\nERROR: package installation FAILED" in device.run().stderr
