@@ -2,6 +2,8 @@
 
 #include <sys/random.h>
 
+#include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -58,11 +60,19 @@ private:
         std::uint32_t id = 0;    ///< 0 is a free slot
     };
 
-    TextStore() : m_vTable(1024)
+    TextStore() : m_vTable(1024) { store(""); }
+
+    /// An odd number that nobody outside can know. Early at boot the kernel may have no random bytes
+    /// yet, and waiting for them could take minutes: then clock and address layout must do.
+    static std::uint64_t newSecret()
     {
-        static_cast<void>(getrandom(&m_uSecret, sizeof(m_uSecret), GRND_NONBLOCK));
-        m_uSecret |= 1U;
-        store("");
+        std::uint64_t uSecret = 0;
+        if (getrandom(&uSecret, sizeof(uSecret), GRND_NONBLOCK) != sizeof(uSecret)) {
+            const auto sinceBoot = std::chrono::steady_clock::now().time_since_epoch();
+            uSecret = (static_cast<std::uint64_t>(sinceBoot.count()) << 16U) ^
+                      reinterpret_cast<std::uintptr_t>(&uSecret) ^ 0x9e3779b97f4a7c15;
+        }
+        return uSecret | 1U;
     }
 
     /// The slot of a string, or the free one where it belongs.
@@ -124,7 +134,7 @@ private:
     std::vector<std::unique_ptr<char[]>> m_vChunks;
     std::vector<Slot> m_vTable;  ///< with open addressing; the size is a power of two
     /// Odd, and of this process: whoever chooses the names cannot make them crowd one part of the table.
-    std::uint64_t m_uSecret = 0x9e3779b97f4a7c15;
+    std::uint64_t m_uSecret = newSecret();
     std::size_t m_uCurrent = 0;  ///< the chunk that is being filled
     std::size_t m_uUsed = 0;     ///< units used in it
     std::size_t m_uCount = 0;    ///< strings in the table
