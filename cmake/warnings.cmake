@@ -5,13 +5,4 @@ endif()
 if(UPDATER_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
-else()
-  # The program runs as root on input from the network.
-  add_compile_options(-fstack-protector-strong -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
-  add_link_options(-Wl,-z,relro,-z,now)
-endif()
-
-find_program(CCACHE ccache)
-if(CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER ${CCACHE})
 endif()
