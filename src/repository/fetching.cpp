@@ -1,4 +1,5 @@
 #include "repository/itemnotify.h"
+#include "repository/location.h"
 #include "repository/repository.h"
 #include "support/files.h"
 #include "support/logger.h"
@@ -109,7 +110,12 @@ bool Repository::fetchPackages(const PackageSet& updateSet) const
         logMessage(ERROR, "no repository URI set, cannot get packages");
         return false;
     }
-    if (!ensureDirectory(m_sPackagesDir)) {
+    if (!isLiteralToRpm(m_sPackagesDir)) {
+        logMessage(ERROR, "cannot use package directory '%s' (rpm would expand its name)",
+                   m_sPackagesDir.c_str());
+        return false;
+    }
+    if (!haveDistinctFiles(updateSet) || !ensureDirectory(m_sPackagesDir)) {
         return false;
     }
     ItemNotify notifier(static_cast<int>(updateSet.size()));

@@ -1,5 +1,6 @@
 #include "repository/primaryhandler.h"
 
+#include "repository/location.h"
 #include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
@@ -117,7 +118,7 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startPackageChild(const Star
     if (sName == "location") {
         const auto sHref =
             firstTime(m_draft.hasLocation) ? cleanAttributeOf(tag, "href") : std::nullopt;
-        if (!sHref) {
+        if (!sHref || !hasUsableFileName(*sHref)) {
             return {};
         }
         package.location = *sHref;

@@ -1,6 +1,7 @@
 #include "repository/repomd.h"
 
 #include "repository/dtdguard.h"
+#include "repository/location.h"
 #include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
@@ -46,7 +47,7 @@ bool parseLocation(const xmlNode* pElement, std::string& sLocation)
         logMessage(DEBUG, "control character in 'location' of 'data' element");
         return false;
     }
-    return true;
+    return hasUsableFileName(sLocation);
 }
 
 bool parseData(const xmlNode* pElement, const std::string& sCacheDir, RepoResource& resource)

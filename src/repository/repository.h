@@ -35,7 +35,8 @@ public:
     [[nodiscard]] bool update(const std::string& sUri);
 
     /// Brings packages into the cache; a cached file that fits its checksum is used as it is. Stops
-    /// at the first failure and leaves in the cache what it has.
+    /// at the first failure and leaves in the cache what it has. Nothing is transferred if rpm would
+    /// not find just these files under their paths.
     ///
     /// @return true if every package stands at its `localPath` and fits its checksum.
     [[nodiscard]] bool fetchPackages(const PackageSet& updateSet) const;

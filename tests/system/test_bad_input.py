@@ -5,6 +5,7 @@ import os
 
 import pytest
 from device.device import Package
+from device.packages import build
 from scenes import OLD_STATE, REPORT, edit_primary, set_up
 
 CACHE = "/var/cache/updater/base"
@@ -204,3 +205,18 @@ def test_dependencies_forge_no_lines(device):
     result = device.run()
     assert result.reports == ["--- MODE update ---", "--- EXIT ERROR ---"]
     assert "ERROR: failed parsing repository resource 'repodata/primary.xml.gz'" in result.lines
+
+
+def test_rpm_gets_the_packages_that_were_verified_and_no_others(device):
+    """It expands wildcards in its arguments, and a file may be kept from an earlier run."""
+    set_up(device)
+    [unsigned] = build(Package("stranger", "1-1", key=""))
+    device.write(CACHE + "/packages/stranger-1-1.noarch.rpm", unsigned.read_bytes())
+    device.path("/srv/repo/app-2-1.noarch.rpm").rename(device.path("/srv/repo/*.rpm"))
+    edit_primary(device, lambda text: text.replace('"app-2-1.noarch.rpm', '"*.rpm'))
+    result = device.run("--no-cache-clean", "app")
+    assert "ERROR: failed parsing repository resource 'repodata/primary.xml.gz'" in result.lines
+    edit_primary(device, lambda text: text.replace('"*.rpm', '"sub/lib-2-1.noarch.rpm'))
+    line = "ERROR: packages app-0:2-1 and lib-0:2-1 have the same file name 'lib-2-1.noarch.rpm'"
+    assert line in device.run("app").lines
+    assert (device.installed(), device.status) == (OLD_STATE, "READY")

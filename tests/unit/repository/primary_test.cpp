@@ -82,6 +82,7 @@ TEST(Primary, judgesWhatDiffers)
     const std::string sBadVersion = "DEBUG: failed parsing 'version' element\n";
     const std::string sBadSum = "DEBUG: failed parsing 'checksum' element\n";
     const std::string sControl = "DEBUG: control character in '";
+    const std::string sUnusable = "DEBUG: unusable file name '";
     const std::string sBadTop = "ERROR: bad top-level element, '";
     const std::string sNoRpm = "DEBUG: no rpm specific data in XML doc\n";
     const std::string sOne = "ok foo-2:1.2, ";
@@ -112,6 +113,8 @@ TEST(Primary, judgesWhatDiffers)
         {"epoch=' 2'", "epoch='1a'", sFailed},
         {"<c:name>f", "<c:name>&#10;f", sFailed + sControl + "name' of package\n"},
         {"dir/", "&#13;&#10;Host: ", sFailed + sControl + "location' of package\n"},
+        {"foo.rpm", "foo.rpm.tmp/", sFailed + sUnusable + "foo.rpm.tmp' in 'location'\n"},
+        {"dir/", "d*r.tmp/", sOne},
         {"name='any'", "",
          sFailed + sNo + "name' for node 'entry'\nDEBUG: failed getting 'name' from 'entry'\n"},
         {"flags='EQ'", "",
@@ -130,6 +133,11 @@ TEST(Primary, judgesWhatDiffers)
     refuseExternalEntities();
     for (const auto& [sPart, sNew, sExpected] : vCases) {
         EXPECT_EQ(parsed(replaced(k_sDocument, sPart, sNew), packageText), sExpected) << sNew;
+    }
+    for (const char c : std::string_view("*?[]{}\\\"")) {
+        const std::string sNew = replaced("f.r", ".", {c});
+        EXPECT_EQ(parsed(replaced(k_sDocument, "foo.r", sNew), packageText),
+                  sFailed + sUnusable + sNew + "pm' in 'location'\n");
     }
 }
 

@@ -39,6 +39,7 @@ TEST(Repomd, judgesTheIndex)
          "DEBUG: 'location' of 'data' element takes a place of the cache\n" + sFailed},
         {"<r:repomd", "<!DOCTYPE r:repomd [<!ENTITY % p ''>]><r:repomd",
          "DEBUG: parameter entity in document type declaration\n"},
+        {"p.gz", "p.tmp", "DEBUG: unusable file name 'p.tmp' in 'location'\n" + sFailed},
         {"a/p", "&#10;", "DEBUG: control character in 'location' of 'data' element\n" + sFailed}};
     const TempDir dir;
     std::filesystem::create_directory(dir.file("c"));
@@ -145,6 +146,18 @@ TEST_F(RepositoryTest, fetchesWhatTheCacheLacks)
     EXPECT_TRUE(Repository(config, repoConfig).fetchPackages(updateSet));
     EXPECT_EQ(dir.read("base/packages/damaged") + dir.read("base/packages/missing"),
               primary + primary);
+
+    LogCapture log(INFO);
+    Package twin = makePackage("twin", "2");
+    twin.localPath = dir.file("base/packages/missing");
+    updateSet.insertEqual(twin);
+    EXPECT_FALSE(Repository(config, repoConfig).fetchPackages(updateSet));
+    repoConfig.id = "b*se";
+    EXPECT_FALSE(Repository(config, repoConfig).fetchPackages({}));
+    EXPECT_EQ(replaced(log.text(), dir.path(), ""),
+              "ERROR: packages missing-0:1 and twin-0:2 have the same file name 'missing'\n"
+              "ERROR: cannot use package directory '/b*se/packages/' "
+              "(rpm would expand its name)\n");
 }
 
 TEST(ItemNotify, reportsOnceAMinuteAndAtTheEndOfALongJob)
