@@ -1,30 +1,19 @@
 #include "rpmdb/rpmdb.h"
 
+#include "rpmdb/database.h"
 #include "rpmdb/rpmtags.h"
 #include "support/files.h"
 #include "support/logger.h"
 
 #include <rpm/rpmcli.h>
-#include <rpm/rpmdb.h>
-#include <rpm/rpmio.h>
 #include <rpm/rpmlog.h>
 #include <rpm/rpmts.h>
 
 #include <algorithm>
 #include <array>
-#include <type_traits>
 #include <utility>
 
 namespace {
-
-struct RpmCloser {
-    void operator()(rpmdbMatchIterator iterator) const { rpmdbFreeIterator(iterator); }
-    void operator()(FD_t file) const { Fclose(file); }
-    void operator()(Header header) const { headerFree(header); }
-};
-
-template <typename Handle>
-using RpmHandle = std::unique_ptr<std::remove_pointer_t<Handle>, RpmCloser>;
 
 constexpr std::array<rpmTagVal, 4> k_vSignatureTags = {RPMTAG_SIGPGP, RPMTAG_SIGGPG,
                                                        RPMTAG_RSAHEADER, RPMTAG_DSAHEADER};
@@ -86,6 +75,9 @@ bool verifyFile(rpmts ts, const std::string& sPath)
 /// a database that it cannot read on like the end of the database.
 std::unique_ptr<InstalledPackageSet> readPackages(rpmts ts)
 {
+    if (!openDatabase(ts)) {
+        return nullptr;
+    }
     const RpmHandle<rpmdbMatchIterator> iterator(rpmtsInitIterator(ts, RPMDBI_NAME, nullptr, 0));
     if (iterator == nullptr) {
         logMessage(ERROR, "failed initializing rpm DB iterator");
@@ -138,6 +130,9 @@ bool RpmDB::open(bool bNoHeaderCheck)
 
 bool RpmDB::hasPublicKeys()
 {
+    if (!openDatabase(m_ts)) {
+        return false;
+    }
     RpmHandle<rpmdbMatchIterator> iterator(rpmtsInitIterator(m_ts, RPMDBI_NAME, "gpg-pubkey", 0));
     if (iterator == nullptr) {
         logMessage(TRACE, "no public keys found in rpm db");
@@ -150,7 +145,7 @@ bool RpmDB::hasPublicKeys()
 
 bool RpmDB::verifyPackage(const std::string& sPath)
 {
-    const bool bGood = verifyFile(m_ts, sPath);
+    const bool bGood = openDatabase(m_ts) && verifyFile(m_ts, sPath);
     rpmtsEmpty(m_ts);
     return bGood;
 }

@@ -2,6 +2,7 @@
 
 import gzip
 import os
+import shutil
 
 import pytest
 from device.device import Package
@@ -137,6 +138,25 @@ def test_rpm_database(device, damage):
     result = device.run()
     assert result.lines[-3:] == ["ERROR: failed getting list of installed packages", "ERROR: could not initialize resolver", EXIT]
     assert (result.returncode, device.status) == (1, "READY")
+
+
+@pytest.mark.parametrize("left", [None, [], [".rpm.lock"], ["rpmdb.sqlite"]],
+                         ids=["no directory", "nothing", "the lock file", "an empty database file"])
+def test_a_missing_database_is_not_made_and_not_taken_for_an_empty_device(device, left):
+    """With an add-on, which comes to an empty device too, and no key there is to verify it with."""
+    set_up(device)
+    directory = device.path("/var/lib/rpm")
+    shutil.rmtree(directory)
+    for name in left or ():
+        device.write(f"/var/lib/rpm/{name}", "")
+    if left == []:
+        directory.mkdir()
+    result = device.run("extra")
+    assert result.lines[-5:] == [
+        "ERROR: no rpm database in '/var/lib/rpm'", "ERROR: failed initializing rpm DB iterator",
+        "ERROR: failed getting list of installed packages", "ERROR: could not initialize resolver", EXIT]
+    assert (result.returncode, directory.exists()) == (1, left is not None)
+    assert left is None or {file.name: file.read_bytes() for file in directory.iterdir()} == dict.fromkeys(left, b"")
 
 
 @pytest.mark.parametrize("word, lines, code, after", [

@@ -8,6 +8,10 @@
 #include <rpm/rpmmacro.h>
 #include <rpm/rpmts.h>
 
+#include <fcntl.h>
+
+#include <filesystem>
+
 namespace {
 
 /// Stores packages of a name and a version, which may be missing; "damaged" makes a header that
@@ -15,6 +19,7 @@ namespace {
 void install(const std::vector<std::pair<const char*, const char*>>& vPackages)
 {
     rpmts ts = rpmtsCreate();
+    EXPECT_EQ(rpmtsOpenDB(ts, O_RDWR | O_CREAT), 0);
     rpmtxn transaction = rpmtxnBegin(ts, RPMTXN_WRITE);
     for (const auto& [pName, pVersion] : vPackages) {
         Header header = headerNew();
@@ -48,6 +53,9 @@ TEST(RpmDB, readsAllPackagesOrNone)
         return (packages == nullptr ? "failed " : allOf(*packages, packageText)) +
                (db.hasPublicKeys() ? "keys " : "") + log.text();
     };
+    EXPECT_TRUE(all().ends_with("ERROR: failed initializing rpm DB iterator\n"));
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    install({});
     EXPECT_EQ(all(), "");  // an empty database is no failure
     const std::string sFailed = "ERROR: failed while iterating on rpm DB\n";
     install({{"foo", "2"}, {"foo", "1"}, {"gpg-pubkey", "9f"}, {"bar", "1"}});
