@@ -1,5 +1,6 @@
 #include "support/childprocess.h"
 
+#include "support/childoutput.h"
 #include "support/files.h"
 #include "support/logger.h"
 
@@ -13,11 +14,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 
 namespace {
-
-constexpr int k_iBufferSize = 1024;
 
 // What follows runs in the freshly forked child. Failures go to standard error, whatever that is by
 // then, and never to the log, whose streams the child shares with the parent. It ends by _exit():
@@ -111,46 +109,10 @@ bool ChildProcess::run()
     }
     logMessage(DEBUG, "started child '%s' with PID %i", m_sProgram.c_str(), m_iPid);
     ::close(vPipe[1]);
-    logOutput(vPipe[0]);
+    logChildOutput(vPipe[0], m_iPid, m_sProgram);
+    ::close(vPipe[0]);
     wait();
     return true;
-}
-
-void ChildProcess::logOutput(int iFd) const
-{
-    const auto buffer = std::make_unique<char[]>(k_iBufferSize);
-    std::FILE* pStream = fdopen(iFd, "r");
-    if (pStream == nullptr) {
-        logMessage(ERROR, "cannot read output from child: %s", errnoText().c_str());
-        ssize_t iRead = 0;
-        while ((iRead = read(iFd, buffer.get(), k_iBufferSize)) > 0) {
-        }
-        if (iRead < 0) {
-            logMessage(ERROR, "error reading child output (%s), closing pipe", errnoText().c_str());
-        }
-        ::close(iFd);
-        return;
-    }
-    bool bHeading = false;
-    while (std::fgets(buffer.get(), k_iBufferSize, pStream) != nullptr) {
-        char* pChunk = buffer.get();
-        std::size_t uLength = std::strlen(pChunk);
-        if (uLength > 2 && pChunk[uLength - 1] == '\n') {
-            pChunk[--uLength] = '\0';
-        }
-        if (uLength <= 1) {
-            continue;
-        }
-        if (!bHeading) {
-            logMessage(INFO, "%s output:", m_sProgram.c_str());
-            bHeading = true;
-        }
-        logMessage(INFO, "  %s", pChunk);
-    }
-    if (std::ferror(pStream) != 0) {
-        logMessage(ERROR, "failed reading output from child, closing pipe");
-    }
-    std::fclose(pStream);
 }
 
 void ChildProcess::wait()

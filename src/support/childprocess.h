@@ -22,7 +22,8 @@ public:
     void addArgument(const std::string& sText) { m_vArguments.push_back(sText); }
 
     /// Runs the program to its end, with standard input from /dev/null, and logs its output line by
-    /// line at INFO. The child stays in our session and process group. No time-out.
+    /// line at INFO. The child stays in our session and process group. No time-out for the program
+    /// itself; what it leaves running on its output is listened to for 10 seconds more.
     ///
     /// @return false if the pipe or the fork failed (logged at ERROR); never tells the outcome.
     [[nodiscard]] bool run();
@@ -38,7 +39,6 @@ public:
 
 private:
     void start();
-    void logOutput(int iFd) const;
     void wait();
     [[noreturn]] void execute() const;
 

@@ -74,6 +74,16 @@ def test_a_fatal_second_pass_stops_the_reboot(device):
     assert not [call for call in device.calls if call.startswith(("telinit", "shutdown"))]
 
 
+@pytest.mark.long
+@pytest.mark.parametrize("stub, usual", [("/usr/lib/updater/hook", ""), ("/device/bin/rpm", 'exec /usr/bin/rpm "$@"')])
+def test_a_daemon_stays_on_the_output(device, stub, usual):
+    set_up(device)
+    device.write(stub, f"#!/bin/sh\nsleep 100 &\necho $! >>/tmp/daemons\n{usual}\n", 0o755)
+    result = device.shell("updater app; echo $?; kill $(cat /tmp/daemons) && echo still there", timeout=90)
+    assert (result.stdout, device.installed(), device.status) == ("0\nstill there\n", HALF_STATE, "REBOOTING")
+    assert f"WARNING: something that '{stub.removeprefix('/device/bin/')}' has started still holds its output open" in result.lines
+
+
 @pytest.mark.parametrize("missing, code, status, line", [
     (["/usr/lib/updater/hook"], 1, "READY", "ERROR: hook failed (exit code 1)"),
     (["/device/bin/telinit"], 0, "REBOOTING", "WARNING: failed re-execing init (exit code 1)"),

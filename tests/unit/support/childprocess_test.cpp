@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include <chrono>
 #include <csignal>
 
 namespace {
@@ -33,6 +34,22 @@ TEST(ChildProcess, runsAndLogsTheOutput)
         const char* pEnd = child.exited ? "exited " : child.signalled ? "signalled " : "";
         EXPECT_EQ(pEnd + std::to_string(child.exitCode) + "\n" + log.text(), sExpected);
     }
+}
+
+TEST(ChildProcess, waitsTenSecondsForWhatTheProgramLeavesOnItsOutput)
+{
+    const LogCapture log(INFO);
+    const auto start = std::chrono::steady_clock::now();
+    ChildProcess child = shell("(while sleep 1; do echo; done) & printf first; exit 3");
+    EXPECT_TRUE(child.run());
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    EXPECT_EQ(child.exitCode, 3);
+    EXPECT_EQ(log.text().find("INFO: /bin/sh output:\nINFO:   first"), 0U);
+    EXPECT_NE(log.text().find(
+                  "\nWARNING: something that '/bin/sh' has started still holds its output open\n"),
+              std::string::npos);
+    EXPECT_GE(seconds.count(), 9.9);
+    EXPECT_LT(seconds.count(), 15);
 }
 
 TEST(ChildProcess, spawnsADetachedSession)
