@@ -1,5 +1,6 @@
 #include "config/proxyconfig.h"
 
+#include "support/controls.h"
 #include "support/logger.h"
 #include "support/xml.h"
 
@@ -48,8 +49,8 @@ bool readProxyElement(const xmlNode* pElement, ProxyConfig& proxy)
     proxy.server = sServer;
     proxy.port = uPort;
     proxy.bypassLocalNetwork = bBypass;
-    logMessage(DEBUG, "configured proxy '%s' port %u bypass %i", proxy.server.c_str(), proxy.port,
-               proxy.bypassLocalNetwork ? 1 : 0);
+    logMessage(DEBUG, "configured proxy '%s' port %u bypass %i", printable(proxy.server).c_str(),
+               proxy.port, proxy.bypassLocalNetwork ? 1 : 0);
 
     // Credentials are optional, and those of an earlier element must not survive.
     for (const auto& [pName, pValue] :

@@ -22,7 +22,7 @@ constexpr std::array<const char*, 9> k_vWords = {"READY",       "DELAYING",  "AN
                                                  "DOWNLOADING", "TESTING",   "UPDATING",
                                                  "PKGSDONE",    "CORRUPTED", "REBOOTING"};
 
-/// Fills the temporary file and closes it. False if any of it failed (logged).
+/// Fills the temporary file, forces it to disk and closes it. False if any of it failed (logged).
 bool fillTemporaryFile(FileDescriptor& file, const std::string& sLine)
 {
     const ssize_t iWritten = write(file.get(), sLine.data(), sLine.size());
@@ -38,11 +38,23 @@ bool fillTemporaryFile(FileDescriptor& file, const std::string& sLine)
         logMessage(DEBUG, "failed setting perms on status temporary file: %s", errnoText().c_str());
         return false;
     }
+    // Before the file gets its name: some file systems write the name first, and a power cut
+    // between the two would leave an empty status.
+    if (fsync(file.get()) != 0) {
+        logMessage(DEBUG, "failed writing status to temp file: %s", errnoText().c_str());
+        return false;
+    }
     if (!file.close()) {
         logMessage(DEBUG, "failed on closing status temporary file: %s", errnoText().c_str());
         return false;
     }
     return true;
+}
+
+/// Forces a directory to disk, as far as its file system can do that for directories.
+bool syncDirectory(int iFd)
+{
+    return fsync(iFd) == 0 || errno == EINVAL;
 }
 
 }  // namespace
@@ -107,7 +119,7 @@ bool syncStatus(const std::string& sPath)
     const FileDescriptor directory(open(sDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     // The directory as well: not on every file system does a file bring its new name along.
     if (!file.isOpen() || fsync(file.get()) != 0 || !directory.isOpen() ||
-        fsync(directory.get()) != 0) {
+        !syncDirectory(directory.get())) {
         logMessage(ERROR, "failed to sync status file: %s", errnoText().c_str());
         return false;
     }

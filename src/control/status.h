@@ -23,8 +23,9 @@ inline constexpr const char* k_pStatusFile = "/var/lib/updater/status";
 /// @return false if the file cannot be read or holds no known word (logged); `status` is unchanged.
 [[nodiscard]] bool readStatus(Status& status, const std::string& sPath = k_pStatusFile);
 
-/// Replaces the status file in one step (a temporary file beside it, renamed): a reader finds the
-/// old word or the new one. Does not force anything to disk.
+/// Replaces the status file in one step (a temporary file beside it, forced to disk and renamed): a
+/// reader finds the old word or the new one, also behind a power cut. That it is the new one then,
+/// only syncStatus() makes sure.
 ///
 /// @return false if that failed (logged, for the system's reasons at DEBUG); the file is as it was,
 ///         and nothing is left over.

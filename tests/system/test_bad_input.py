@@ -7,7 +7,7 @@ import shutil
 import pytest
 from device.device import Package
 from device.packages import build
-from scenes import OLD_STATE, REPORT, edit_primary, set_up
+from scenes import HALF_STATE, OLD_STATE, REPORT, edit_primary, set_up
 
 CACHE = "/var/cache/updater/base"
 INDEX = "/srv/repo/repodata/repomd.xml"
@@ -42,9 +42,9 @@ def test_a_faulty_proxy_file_stops_nothing(device):
     set_up(device)
     device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='p' port='65535'/></proxyconf>")
     assert device.run("--check-only").lines[0] == "ERROR: invalid port number '65535'"
-    device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='p' port='81'/>" + " " * 5000 + "<proxy")
+    device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='p&#10;q' port='81'/>" + " " * 5000 + "<proxy")
     result = device.run("--check-only")
-    assert (result.returncode, "INFO: using HTTP proxy 'p' port 81" in result.lines) == (0, True)
+    assert (result.returncode, "INFO: using HTTP proxy 'p?q' port 81" in result.lines) == (0, True)
     device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy password='hush' x></proxyconf>")
     result = device.run("--check-only")
     assert (result.lines[0], "hush" in result.stderr) == ("libxml2: /etc/network/orvproxy.conf:1: parser error", False)
@@ -186,6 +186,27 @@ def test_a_status_that_cannot_be_written_stops_rpm(device):
         "INFO: updating package(s)", "ERROR: failed setting status file for launching rpm, cannot continue",
         "WARNING: failed updating status file", EXIT]
     assert (result.returncode, device.read("/var/lib/gone/status"), device.installed()) == (1, "DOWNLOADING\n", OLD_STATE)
+
+
+def test_a_full_disk_leaves_the_status_word_that_was_there(device):
+    device.publish()
+    result = device.shell("""mount -t tmpfs -o size=64k none /var/lib/updater && cd /var/lib/updater && echo PKGSDONE >status
+        cat /dev/zero >rest 2>/dev/null; updater --check-only; cat status; ls -A""")
+    assert (result.stdout, result.lines[-2:]) == ("PKGSDONE\nrest\nstatus\n", [
+        "WARNING: failed updating status file", EXIT.replace("ERROR", "OK")])
+
+
+@pytest.mark.parametrize("place, error, code", [
+    ("/var/lib/updater", "EINVAL", 0),  # the file system cannot do that for a directory
+    ("/var/lib/updater", "EIO", 1),
+    ("/var/lib/updater/status", "EINVAL", 1),
+])
+def test_a_status_that_cannot_be_forced_to_disk_stops_rpm(device, place, error, code):
+    set_up(device)
+    result = device.shell(f"strace -o /tmp/trace -P {place} -e trace=fsync -e inject=fsync:error={error} updater app",
+                          ASAN_OPTIONS="detect_leaks=0")
+    assert (result.returncode, device.installed()) == (code, [HALF_STATE, OLD_STATE][code])
+    assert ("ERROR: failed to sync status file: " in result.stderr) == bool(code)
 
 
 def test_lock_file(device):

@@ -192,8 +192,8 @@ class Device:
 
     def trace(self, *arguments: str, **environment: str) -> Result:
         """A run whose `events` tell what reached the disk, in order: the calls of the stubs as in
-        `calls`, a status word when it replaced the one before, "fsync" when the status file was
-        forced to disk, "sync" for sync(). What failed doesn't count. Nobody waits for shutdown: its place varies."""
+        `calls`, a status word when it replaced the one before, "fsync" when the status file and then
+        its directory were forced to disk, "sync" for sync(). What failed doesn't count. Nobody waits for shutdown: its place varies."""
         for file in self.path("/device").glob("trace.*"):
             file.unlink()
         environment["ASAN_OPTIONS"] = SANITIZERS["ASAN_OPTIONS"] + ":detect_leaks=0"

@@ -127,6 +127,7 @@ def events_of(lines: Iterable[str]) -> list[str]:
     """The events of Device.trace() in the sorted lines of `strace -y -ttt`."""
     events: list[str] = []
     words: dict[str, str] = {}  # what was written to each temporary status file
+    forced: set[str] = set()  # the files that were forced to disk
     for line in lines:
         call = line.partition(" ")[2]
         if written := re.match(r'write\(\d+<([^>]+)>, "(\w+)\\n", ', call):
@@ -134,9 +135,12 @@ def events_of(lines: Iterable[str]) -> list[str]:
         elif re.search(r"\) += 0$", call) is None:
             continue
         elif renamed := re.match(rf'rename\w*\({AT}"([^"]+)", {AT}"{STATUS_FILE}"', call):
-            events.append(words.get(renamed[1], "?"))
-        elif re.match(rf"f(data)?sync\(\d+<{STATUS_FILE}>", call):
-            events.append("fsync")
+            events.append(words.get(renamed[1], "?") + ("" if renamed[1] in forced else ", not on disk"))
+            forced.clear()
+        elif synced := re.match(r"f(?:data)?sync\(\d+<([^>]+)>", call):
+            forced.add(synced[1])
+            if synced[1] == os.path.dirname(STATUS_FILE) and STATUS_FILE in forced:
+                events.append("fsync")
         elif call.startswith("sync("):
             events.append("sync")
         elif stub := re.match(rf'execve\("(?:{STUBS})", \[(.*?)\], ', call):
