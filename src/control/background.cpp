@@ -5,13 +5,41 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <csignal>
+
 namespace {
 
-void detach()
+/// Keeps SIGHUP waiting during its life.
+class HangupBlock {
+public:
+    HangupBlock()
+    {
+        sigemptyset(&m_hangup);
+        sigaddset(&m_hangup, SIGHUP);
+        sigprocmask(SIG_BLOCK, &m_hangup, &m_before);
+    }
+    ~HangupBlock() { sigprocmask(SIG_SETMASK, &m_before, nullptr); }
+    HangupBlock(const HangupBlock&) = delete;
+    HangupBlock& operator=(const HangupBlock&) = delete;
+
+    /// Drops the one that waits.
+    void drop() const
+    {
+        const timespec atOnce = {};
+        sigtimedwait(&m_hangup, nullptr, &atOnce);
+    }
+
+private:
+    sigset_t m_hangup = {};
+    sigset_t m_before = {};
+};
+
+void detach(const HangupBlock& hangups)
 {
     if (setsid() < 0) {
         logMessage(ERROR, "cannot create new session (%s)", errnoText().c_str());
     }
+    hangups.drop();  // meant for the session that is left behind
     const int iNull = open("/dev/null", O_RDWR);
     if (iNull < 0) {
         logMessage(WARNING, "cannot open /dev/null to redirect stdin/out/err (%s)",
@@ -35,13 +63,14 @@ void detach()
 
 Background goToBackground(const Config& config, const char* pMode, const char* pLogTo)
 {
+    const HangupBlock hangups;
     const pid_t iPid = fork();
     if (iPid < 0) {
         logMessage(ERROR, "failed forking to background (%s)", errnoText().c_str());
         return Background::FAILED;
     }
     if (iPid == 0) {
-        detach();
+        detach(hangups);
         return Background::CHILD;
     }
     if (!config.quiet) {

@@ -10,7 +10,8 @@ enum class Background {
 };
 
 /// Forks to the background. The child gets a session of its own and /dev/null for its standard
-/// streams; the parent reports the mode and the PID of the child.
+/// streams, and is spared a hangup that the end of the caller's session sends it on the way there;
+/// the parent reports the mode and the PID of the child.
 ///
 /// @param pMode   the mode word to report.
 /// @param pLogTo  the log file that the parent is to let go; null for none.

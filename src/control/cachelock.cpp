@@ -78,6 +78,15 @@ bool acquireCacheLock(int iLockTimeout, const std::string& sPath)
     return true;
 }
 
+bool isCacheLockHeld(const std::string& sPath)
+{
+    const FileDescriptor file(open(sPath.c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    struct flock lock = {};
+    lock.l_type = F_WRLCK;
+    lock.l_whence = SEEK_SET;
+    return file.isOpen() && fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
 bool gatherRandomBytes(void* pBuffer, std::size_t uLength)
 {
     logMessage(DEBUG, "requesting %u random bytes", static_cast<unsigned>(uLength));

@@ -14,6 +14,9 @@ inline constexpr const char* k_pLockFile = "/var/lock/updater";
 ///                      a signal ended the wait.
 [[nodiscard]] bool acquireCacheLock(int iLockTimeout, const std::string& sPath = k_pLockFile);
 
+/// True if another process holds that lock just now. Makes nothing, and waits for nothing.
+[[nodiscard]] bool isCacheLockHeld(const std::string& sPath = k_pLockFile);
+
 /// Fills a buffer with bytes of the system's random number generator.
 ///
 /// @return false if they did not all arrive (logged at ERROR).

@@ -22,6 +22,7 @@
 #include <cassert>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -53,6 +54,17 @@ void openStandardStreams()
             return;  // nothing to be done about it, and nowhere to tell it
         }
     }
+}
+
+/// Undoes what the caller may have set up for itself and would change what this program does.
+void leaveTheCallersWays()
+{
+    std::signal(SIGCHLD, SIG_DFL);  // SIG_IGN would take the exit status of every child
+    sigset_t none;
+    sigemptyset(&none);
+    sigprocmask(SIG_SETMASK, &none, nullptr);
+    umask(umask(0) | S_IWGRP | S_IWOTH);  // what is made here goes to rpm
+    unsetenv("POSIXLY_CORRECT");          // options behind a package name would be names, too
 }
 
 /// From the first line to the working directory: a failure here ends the process without an exit
@@ -116,7 +128,7 @@ void reportStart(const Config& config)
                printable(config.productName).c_str());
     logMessage(INFO, "--- MODE %s ---", modeWord(config));
     if (!config.proxy.server.empty()) {
-        logMessage(INFO, "using HTTP proxy '%s' port %u", config.proxy.server.c_str(),
+        logMessage(INFO, "using HTTP proxy '%s' port %u", printable(config.proxy.server).c_str(),
                    config.proxy.port);
     }
 }
@@ -146,6 +158,25 @@ int runLocked(const Process& process)
     return iRet;
 }
 
+/// Reads and judges the status in front of the fork to the background, so that a system that may
+/// not be updated is reported by the process that the caller started. UPDATING is no trace of a
+/// power cut while another run holds the lock: nothing is judged then, and the child, which waits
+/// for the lock, will do it.
+///
+/// @param iResult  the Result to end with if the status forbids to go on; else unchanged.
+[[nodiscard]] bool checkBackgroundStatus(int& iResult)
+{
+    Status status = READY;
+    bool bRead = readStatus(status);
+    if (bRead && status == UPDATING) {
+        if (isCacheLockHeld()) {
+            return true;
+        }
+        bRead = readStatus(status);  // that run may have ended between the two looks
+    }
+    return bRead && checkStartupStatus(status, iResult);
+}
+
 /// From the working directory to the result of the run.
 int run(const Process& process)
 {
@@ -154,10 +185,8 @@ int run(const Process& process)
     }
     if (process.config.background) {
         logMessage(DEBUG, "going to background");
-        // A system that may not be updated is reported by the process that the caller started.
-        Status status = READY;
         int iRet = ResultError;
-        if (!readStatus(status) || !checkStartupStatus(status, iRet)) {
+        if (!checkBackgroundStatus(iRet)) {
             logMessage(ERROR, "cannot recover status, aborting");
             return iRet;
         }
@@ -197,7 +226,7 @@ int shutDown(Process& process, int iRet)
 int main(int argc, char* argv[])
 {
     openStandardStreams();
-    std::signal(SIGCHLD, SIG_DFL);  // a caller's SIG_IGN would take the exit status of every child
+    leaveTheCallersWays();
     Process process;
     if (!startUp(argc, argv, process)) {
         return ResultError;

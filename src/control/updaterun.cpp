@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <ctime>
 
 namespace {
@@ -61,16 +62,22 @@ void cleanCache(const Config& config, const Repository& repository)
 int runPasses(const Config& config, const NameSet& packageNames, Repository& repository)
 {
     PassPlan plan(config, packageNames);
+    int iResult = ResultOk;
     bool bAgain = true;
     while (bAgain) {
         recordStatus(ANALYZING);
         cleanCache(config, repository);
         const PassPlan::Pass pass = plan.beginPass();
         unsigned uPackageCount = 0;
-        const int iResult = runUpdatePass(pass.config, pass.rules, repository, uPackageCount);
+        iResult = runUpdatePass(pass.config, pass.rules, repository, uPackageCount);
         bAgain = plan.endPass(pass, iResult, uPackageCount);
     }
     cleanCache(config, repository);
+    if (signalNoted != 0 && iResult == ResultError && plan.result() != ResultError) {
+        // The result is that of the passes before and will not tell of this one.
+        logMessage(WARNING, "not going on with the update because of signal #%i: %s",
+                   static_cast<int>(notedSignal), strsignal(notedSignal));
+    }
     if (!plan.passesAddUp()) {
         logMessage(FATAL,
                    "failed passing all updates but update process succeeded, SYSTEM MAY BE "

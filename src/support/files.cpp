@@ -35,7 +35,7 @@ std::string baseName(std::string_view sPath)
 
 bool ensureDirectory(const std::string& sPath)
 {
-    bool bExists = mkdir(sPath.c_str(), 0777) == 0;
+    bool bExists = mkdir(sPath.c_str(), 0700) == 0;
     if (!bExists && errno == EEXIST) {
         struct stat info = {};
         bExists = stat(sPath.c_str(), &info) == 0 && S_ISDIR(info.st_mode);

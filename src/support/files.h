@@ -30,7 +30,8 @@ private:
 /// slashes only.
 std::string baseName(std::string_view sPath);
 
-/// Makes sure that a directory exists: creates its last component if need be, and no parents.
+/// Makes sure that a directory exists: creates its last component if need be, for its owner only,
+/// and no parents.
 ///
 /// @return false if it does not exist afterwards (logged at ERROR).
 [[nodiscard]] bool ensureDirectory(const std::string& sPath);

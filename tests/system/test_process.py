@@ -2,6 +2,7 @@
 
 import socket
 import time
+from pathlib import Path
 
 import pytest
 from device.device import Package
@@ -23,6 +24,40 @@ def test_background_start(device):
     assert (device.installed(), device.status) == (NEW_STATE, "REBOOTING")
     # The parent lets the file go before its last line, the child keeps it; they write side by side.
     assert sorted(device.read("/tmp/log").splitlines()) == sorted(parent[:3] + child)
+
+
+def test_a_background_run_has_its_own_session_and_outlives_the_hangup_of_the_old_one(device):
+    """The terminal goes away just when the child is about to leave its session."""
+    set_up(device)
+    device.write("/usr/lib/updater/hook", "#!/bin/sh\ncut -d' ' -f6 /proc/$PPID/stat >>/tmp/sessions\n", 0o755)
+    hangup = "strace -f -o /tmp/trace -e trace=setsid -e inject=setsid:signal=HUP:when=1 updater --background"
+    result = device.shell(hangup, ASAN_OPTIONS="detect_leaks=0")
+    assert device.installed() == NEW_STATE
+    assert "SIGHUP" in device.read("/tmp/trace")
+    assert set(device.read("/tmp/sessions").split()) == {result.lines[2].split()[4]}
+
+
+def test_a_background_start_leaves_the_installation_of_another_run_alone(device):
+    set_up(device)
+    device.hold_at("rpm -v -U")
+    first = device.start()
+    first.wait_for("rpm -v -U")
+    second = device.run("--background", "--lock-timeout", "-1")
+    assert (second.returncode, second.reports[0], device.status) == (0, "--- MODE update ---", "UPDATING")
+    device.release()
+    assert (first.wait().returncode, device.status) == (0, "REBOOTING")
+
+
+def test_what_the_caller_has_set_up_for_itself(device):
+    set_up(device)
+    device.answer("hook init", to_updater="TERM", nth=1)
+    result = device.shell("exec env --block-signal=TERM updater app --check-only", POSIXLY_CORRECT="1")
+    assert (result.returncode, result.reports) == (143, ["--- MODE check ---", "--- EXIT ERROR ---"])
+    assert device.shell("umask 0; updater").returncode == 0
+    modes = {str(path): path.lstat().st_mode & 0o777 for place in ("/var/cache/updater", "/var/lib/updater", "/var/log/updater")
+             for path in device.path(place).rglob("*")}
+    assert len(modes) >= 5 and not [path for path, mode in modes.items() if mode & 0o022]
+    assert {mode for path, mode in modes.items() if Path(path).is_dir()} == {0o700}
 
 
 def test_closed_standard_streams_let_no_file_take_their_place(device):
@@ -94,6 +129,10 @@ def test_a_signal_is_noted_and_acted_on_at_the_next_look(device, call, number, c
     device.release()
     result = running.wait()
     assert (result.returncode, device.status, device.installed(), result.lines[-1]) == (code, status, state, last)
+    # A plan that was given up behind a pass that went well is told of, as the end does not do so.
+    given_up = [line for line in result.lines if "not going on" in line]
+    assert given_up == (["WARNING: not going on with the update because of signal #15: Terminated"]
+                        if state not in (OLD_STATE, NEW_STATE) else [])
 
 
 def test_a_no_run_file_comes_first(device):
