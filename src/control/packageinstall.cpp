@@ -45,11 +45,13 @@ int verifyPackages(const Config& config, const PackageSet& updateSet)
 {
     RpmDB database;
     // The reverse of how the list of packages is read: here headers are checked by default.
-    if (!database.open(config.checkDbHeaders)) {
+    const PublicKeys keys =
+        database.open(config.checkDbHeaders) ? database.publicKeys() : PublicKeys::UNKNOWN;
+    if (keys == PublicKeys::UNKNOWN) {
         logMessage(ERROR, "failed opening rpm DB");
         return ResultError;
     }
-    if (!database.hasPublicKeys()) {
+    if (keys == PublicKeys::NONE) {
         return ResultOk;
     }
     logMessage(INFO, "verifying package signatures");

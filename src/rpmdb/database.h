@@ -10,6 +10,7 @@
 
 struct RpmCloser {
     void operator()(rpmdbMatchIterator iterator) const { rpmdbFreeIterator(iterator); }
+    void operator()(rpmdbIndexIterator iterator) const { rpmdbIndexIteratorFree(iterator); }
     void operator()(FD_t file) const { Fclose(file); }
     void operator()(Header header) const { headerFree(header); }
 };

@@ -1,7 +1,6 @@
 #include "rpmdb/rpmdb.h"
 
 #include "rpmdb/database.h"
-#include "rpmdb/rpmtags.h"
 #include "support/files.h"
 #include "support/logger.h"
 
@@ -11,7 +10,6 @@
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 namespace {
 
@@ -71,36 +69,6 @@ bool verifyFile(rpmts ts, const std::string& sPath)
     return true;
 }
 
-/// Null if a package cannot be read or the walk ends before all of them were seen: librpm tells
-/// a database that it cannot read on like the end of the database.
-std::unique_ptr<InstalledPackageSet> readPackages(rpmts ts)
-{
-    if (!openDatabase(ts)) {
-        return nullptr;
-    }
-    const RpmHandle<rpmdbMatchIterator> iterator(rpmtsInitIterator(ts, RPMDBI_NAME, nullptr, 0));
-    if (iterator == nullptr) {
-        logMessage(ERROR, "failed initializing rpm DB iterator");
-        return nullptr;
-    }
-    auto packages = std::make_unique<InstalledPackageSet>();
-    const int iExpected = rpmdbGetIteratorCount(iterator.get());
-    int iWalked = 0;
-    while (Header header = rpmdbNextIterator(iterator.get())) {
-        ++iWalked;
-        InstalledPackage package;
-        if (!readPackage(header, package)) {
-            return nullptr;
-        }
-        packages->insertEqual(std::move(package));
-    }
-    if (iWalked != iExpected) {
-        logMessage(ERROR, "failed while iterating on rpm DB");
-        return nullptr;
-    }
-    return packages;
-}
-
 }  // namespace
 
 RpmDB::~RpmDB()
@@ -128,19 +96,14 @@ bool RpmDB::open(bool bNoHeaderCheck)
     return true;
 }
 
-bool RpmDB::hasPublicKeys()
+PublicKeys RpmDB::publicKeys()
 {
-    if (!openDatabase(m_ts)) {
-        return false;
-    }
-    RpmHandle<rpmdbMatchIterator> iterator(rpmtsInitIterator(m_ts, RPMDBI_NAME, "gpg-pubkey", 0));
-    if (iterator == nullptr) {
-        logMessage(TRACE, "no public keys found in rpm db");
-        return false;
-    }
-    iterator.reset();
+    const PublicKeys keys = findPublicKeys(m_ts);
     rpmtsEmpty(m_ts);
-    return true;
+    if (keys == PublicKeys::NONE) {
+        logMessage(TRACE, "no public keys found in rpm db");
+    }
+    return keys;
 }
 
 bool RpmDB::verifyPackage(const std::string& sPath)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "packages/package.h"
+#include "rpmdb/snapshot.h"
 
 #include <rpm/rpmtypes.h>
 
@@ -25,8 +26,8 @@ public:
     /// @return                false if it is open already, and stays so, or on failure (logged).
     [[nodiscard]] bool open(bool bNoHeaderCheck);
 
-    /// True if the database holds a public key; false also if it cannot be opened.
-    [[nodiscard]] bool hasPublicKeys();
+    /// Whether the database holds a public key; unknown (logged) if that cannot be told for sure.
+    [[nodiscard]] PublicKeys publicKeys();
 
     /// True if all of a package file, its payload included, is as a key of the database signed it.
     /// Every other outcome is logged at ERROR.
@@ -34,7 +35,7 @@ public:
 
     /// All installed packages, several versions of a name and the public keys among them.
     ///
-    /// @return null if the list could not be read to its end (logged); an incomplete one is never
+    /// @return null if the list could not be read in full (logged); an incomplete one is never
     ///         returned.
     [[nodiscard]] std::unique_ptr<InstalledPackageSet> installedPackages();
 

@@ -3,6 +3,8 @@
 import gzip
 import os
 import shutil
+import sqlite3
+from contextlib import closing
 
 import pytest
 from device.device import Package
@@ -157,6 +159,38 @@ def test_a_missing_database_is_not_made_and_not_taken_for_an_empty_device(device
         "ERROR: failed getting list of installed packages", "ERROR: could not initialize resolver", EXIT]
     assert (result.returncode, directory.exists()) == (1, left is not None)
     assert left is None or {file.name: file.read_bytes() for file in directory.iterdir()} == dict.fromkeys(left, b"")
+
+
+DATABASE = "/var/lib/rpm/rpmdb.sqlite"
+
+
+@pytest.mark.parametrize("change", [
+    "DELETE FROM Name WHERE key = 'lib'",
+    "DELETE FROM Packages WHERE hnum = (SELECT hnum FROM Name WHERE key = 'lib')",
+    "INSERT INTO Name SELECT * FROM Name WHERE key = 'lib'",
+    "UPDATE Name SET key = 'liz' WHERE key = 'lib'",
+    "UPDATE Name SET hnum = (SELECT hnum FROM Name WHERE key = 'app') WHERE key = 'lib'",
+    "UPDATE Name SET key = CASE key WHEN 'app' THEN 'lib' ELSE 'app' END WHERE key IN ('app', 'lib')",
+], ids=["none", "no package", "twice", "other name", "other package", "exchanged"])
+def test_an_index_of_names_that_does_not_fit_the_packages(device, change):
+    set_up(device)
+    with closing(sqlite3.connect(device.path(DATABASE))) as database, database:
+        database.execute(change)
+    result = device.run()
+    assert result.lines[-4:] == ["ERROR: failed while iterating on rpm DB", "ERROR: failed getting list of installed packages",
+                                 "ERROR: could not initialize resolver", EXIT]
+
+
+@pytest.mark.parametrize("change, reason", [
+    ("d.execute('UPDATE Name SET key = 1 WHERE key = \"gpg-pubkey\"')", "ERROR: failed while iterating on rpm DB"),
+    ("__import__('shutil').rmtree('/var/lib/rpm')", "ERROR: failed initializing rpm DB iterator"),
+], ids=["name", "database"])
+def test_keys_that_get_lost_behind_the_snapshot(device, change, reason):
+    set_up(device)
+    device.write("/srv/change", f"#!/usr/bin/python3\nwith __import__('sqlite3').connect('{DATABASE}') as d: {change}", 0o755)
+    script = device.read("/usr/lib/updater/hook")
+    device.write("/usr/lib/updater/hook", script.replace("\n", "\n[ $1 != download ] || /srv/change || exit\n", 1), 0o755)
+    assert device.run("app").lines[-3:] == [reason, "ERROR: failed opening rpm DB", EXIT]
 
 
 @pytest.mark.parametrize("word, lines, code, after", [
