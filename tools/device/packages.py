@@ -85,8 +85,9 @@ end"""),))
 
 
 def _build(recipes: Iterable[Package], target: Path) -> None:
-    """Builds packages of different names and files in one go into `target`."""
-    with tempfile.TemporaryDirectory(prefix="packages-", dir=target) as name:
+    """Builds packages of different names and files in one go into `target`. The work is done elsewhere:
+    rpmbuild takes no blanks in its paths."""
+    with tempfile.TemporaryDirectory(prefix="packages-", dir="/tmp") as name:
         top = Path(name)
         for directory in ("BUILD", "home"):
             (top / directory).mkdir()
@@ -99,7 +100,7 @@ def _build(recipes: Iterable[Package], target: Path) -> None:
                 file.write_bytes(content)
         (top / "recipe").write_text(text)
         defines = {"_topdir": str(top), "_build_name_fmt": "%%{NAME}-%%{VERSION}-%%{RELEASE}.%%{ARCH}.rpm",
-                   "__os_install_post": "%{nil}", "_binary_payload": "w1.gzdio", "_rpmdir": str(target),
+                   "__os_install_post": "%{nil}", "_binary_payload": "w1.gzdio", "_rpmdir": str(top / "made"),
                    "_tmppath": str(top)}
         done = subprocess.run(
             ["rpmbuild", "-bb", *(f"--define={name} {value}" for name, value in defines.items()), "recipe"],
@@ -107,6 +108,8 @@ def _build(recipes: Iterable[Package], target: Path) -> None:
             capture_output=True, text=True, check=False)
         if done.returncode != 0:
             raise RuntimeError(f"rpmbuild failed:\n{done.stderr}\n{text}")
+        for file in (top / "made").iterdir():
+            shutil.move(file, target)
 
 
 def build(*recipes: Package) -> list[Path]:

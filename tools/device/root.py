@@ -61,7 +61,8 @@ def make(root: Path, program: Path) -> None:
     for path in [*(f"/device/bin/{name}" for name in STUBS), "/usr/lib/updater/hook"]:
         write(root, path, stub, 0o755)
 
-    mounts = [("overlay", "/usr", "overlay", f"ro,lowerdir={root}/device/layer:/usr"),
+    # Mounted from within the root: its own path could not stand in options without more escapes.
+    mounts = [("overlay", "/usr", "overlay", "ro,lowerdir=device/layer:/usr"),
               ("proc", "/proc", "proc", "ro"),
               (program, "/device/bin/updater", "none", "bind,ro")]
     for place in ("/usr/lib/updater", "/usr/share/resources", "/proc/cpuinfo"):
@@ -74,4 +75,4 @@ def make(root: Path, program: Path) -> None:
 
 
 def _escape(text: object) -> str:
-    return str(text).replace("\\", "\\134").replace(" ", "\\040")
+    return "".join(f"\\{ord(sign):03o}" if sign in "\\ \t\n" else sign for sign in str(text))
