@@ -25,12 +25,14 @@ def test_nothing_of_the_host_can_be_written_or_seen(shell):
         result = shell.shell(f"echo 1 2>/dev/null >>{path}")
         assert result.returncode != 0, path
     for place in (PROJECT, Path(__file__), shell.directory, "/mnt/etc", "/etc/shadow"):
-        assert shell.shell(f"test -e {place}").returncode == 1, place
+        assert shell.shell(f"test -e '{place}'").returncode == 1, place
     assert shell.shell("echo 1 >/etc/x && touch /usr/lib/updater/x /opt/x").returncode == 0
     assert (shell.read("/etc/x"), Path("/etc/x").exists()) == ("1\n", False)
     shell.write("/opt/locked/x", "").parent.chmod(0)
+    left = shell.start("-c", "telinit u; sleep 100", PATH="/device/bin:/usr/bin")
+    left.wait_for("telinit u")
     shell.close()
-    assert not shell.directory.exists()
+    assert (shell.directory.exists(), left.alive) == (False, False)
     shell.close()
     assert (Path("/proc/self/mounts").read_text(), shell.directory.parent.stat().st_mode) == (mounts, mode)
 

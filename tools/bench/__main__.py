@@ -96,6 +96,7 @@ def _bench_transfer() -> list[str]:
 
 
 def main() -> int:
+    scene.tidy_up_on_signals()
     lines = [*_bench_check(), "", *_bench_digest(), *_bench_transfer()]
     print("\n".join(lines))
     return 1 if any("MISSED" in line for line in lines) else 0

@@ -74,6 +74,7 @@ class Device:
         self.directory = directory or Path(tempfile.mkdtemp(prefix="device-"))
         self._rules = 0
         self._servers: list[Running] = []
+        self._alive: list[Running] = []  # what may be running, servers among them
         self._state: str | None = "base"  # names what is installed, None when not known for sure
         try:
             root.make(self.directory, Path(program).resolve())
@@ -89,9 +90,10 @@ class Device:
         self.close()
 
     def close(self) -> None:
-        """Ends its servers and removes its files, also those in directories that a test has locked."""
-        while self._servers:
-            self._servers.pop().kill()
+        """Ends all that still runs in it, the latest first, and removes its files, also those in
+        directories that a test has locked."""
+        while self._alive:
+            self._alive.pop().kill()
         if self.directory.exists():
             for directory, names, _ in os.walk(self.directory):
                 for name in names:
@@ -303,4 +305,6 @@ class Device:
         line, basic = self.command(*command)
         process = subprocess.Popen(line, env=basic | environment, stdin=subprocess.DEVNULL, text=True,
                                    errors="replace", stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        return Running(self.path("/device"), process)
+        running = Running(self.path("/device"), process)
+        self._alive = [*(other for other in self._alive if other.alive), running]
+        return running

@@ -94,9 +94,10 @@ class Running:
         return False
 
     def kill(self) -> None:
-        """Ends all processes of the run at once."""
-        self._process.kill()
-        self._process.communicate()
+        """Ends all processes of the run at once, if it has not ended."""
+        if self.alive:
+            self._process.kill()
+            self._process.communicate()
 
     def _find(self, parent: int) -> int:
         """The process called "updater" among the descendants of a process. Asks again for a while,

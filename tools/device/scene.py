@@ -1,7 +1,10 @@
 """The scene of the demo and of the shell: a device with old packages and a repository with newer ones."""
 
+import contextlib
 import os
+import signal
 import sys
+from collections.abc import Iterator
 from pathlib import Path
 
 from . import webserver
@@ -24,12 +27,28 @@ def program() -> Path:
     return path
 
 
-def make() -> Device:
-    device = Device(program())
-    device.import_key()
-    device.install(*OLD)
-    device.publish(*NEW)
-    device.configure("http://localhost:8080/repo/", release="firmware", addons=["maps"],
-                     extra="\n  <user-agent><base>Demo</base><prodname>kiosk7</prodname></user-agent>")
-    webserver.start(device)
-    return device
+def tidy_up_on_signals() -> None:
+    """Lets a signal that asks for the end unwind this program, so that its devices go, too."""
+    numbers = (signal.SIGINT, signal.SIGTERM, signal.SIGHUP)
+
+    def leave(number: int, _: object) -> None:
+        for other in numbers:
+            signal.signal(other, signal.SIG_IGN)  # a second one must not disturb that
+        sys.exit(128 + number)
+
+    for number in numbers:
+        signal.signal(number, leave)
+
+
+@contextlib.contextmanager
+def made() -> Iterator[Device]:
+    """The scene's device, which is gone at the end, whatever that is."""
+    tidy_up_on_signals()
+    with Device(program()) as device:
+        device.import_key()
+        device.install(*OLD)
+        device.publish(*NEW)
+        device.configure("http://localhost:8080/repo/", release="firmware", addons=["maps"],
+                         extra="\n  <user-agent><base>Demo</base><prodname>kiosk7</prodname></user-agent>")
+        webserver.start(device)
+        yield device

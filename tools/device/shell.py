@@ -18,7 +18,7 @@ written; all is gone when you leave ("exit").
 
 
 def main() -> int:
-    with scene.make() as device:
+    with scene.made() as device:
         device.write("/root/.bashrc", f"cat <<'END'\n{WELCOME}\nEND\nPS1='device:\\w# '\ncd /root\n")
         command, environment = device.command("/bin/bash", "-i")
         environment["PATH"] = "/device/bin:/usr/sbin:/usr/bin"
