@@ -1,6 +1,8 @@
 #include "control/libraries.h"
 
 #include "control/result.h"
+#include "rpmdb/database.h"
+#include "support/controls.h"
 #include "support/logger.h"
 #include "support/xml.h"
 
@@ -8,6 +10,7 @@
 #include <ne_alloc.h>
 #include <ne_socket.h>
 #include <rpm/rpmcli.h>
+#include <rpm/rpmlib.h>
 #include <rpm/rpmlog.h>
 
 #include <array>
@@ -40,6 +43,24 @@ int rpmLogCallback(rpmlogRec pRecord, rpmlogCallbackData /*pData*/)
     return 0;  // rpm is to print nothing and to go on
 }
 
+/// True if rpm's configuration was read: without it no package would fit the device, or another
+/// database would be read. Otherwise logged.
+bool isRpmConfigured()
+{
+    bool bConfigured = true;
+    if (rpmMachineScore(RPM_MACHTABLE_INSTARCH, "noarch") == 0) {
+        logMessage(ERROR, "rpm does not know the architectures of this system");
+        bConfigured = false;
+    }
+    const std::string sDirectory = databaseDirectory();
+    if (!sDirectory.starts_with('/')) {
+        logMessage(ERROR, "path '%s' of the rpm database is not absolute",
+                   printable(sDirectory).c_str());
+        bConfigured = false;
+    }
+    return bConfigured;
+}
+
 }  // namespace
 
 bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameSet& packageNames)
@@ -63,7 +84,7 @@ bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameS
     }
     m_vOptions = optionTable(options);
     m_pContext = rpmcliInit(argc, argv, m_vOptions.data());
-    if (m_pContext == nullptr) {
+    if (m_pContext == nullptr || !isRpmConfigured()) {
         logMessage(ERROR, "failed initializing (rpm)");
         return false;
     }

@@ -8,17 +8,8 @@
 #include <sys/stat.h>
 
 #include <cstdlib>
-#include <string>
 
 namespace {
-
-std::string databaseDirectory()
-{
-    char* pExpanded = rpmExpand("%{_dbpath}", nullptr);
-    std::string sDirectory = pExpanded;
-    std::free(pExpanded);
-    return sDirectory;
-}
 
 bool holdsDatabase(const std::string& sDirectory)
 {
@@ -35,6 +26,14 @@ bool holdsDatabase(const std::string& sDirectory)
 }
 
 }  // namespace
+
+std::string databaseDirectory()
+{
+    char* pExpanded = rpmExpand("%{_dbpath}", nullptr);
+    std::string sDirectory = pExpanded;
+    std::free(pExpanded);
+    return sDirectory;
+}
 
 bool openDatabase(rpmts ts)
 {

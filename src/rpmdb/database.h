@@ -6,6 +6,7 @@
 #include <rpm/rpmtypes.h>
 
 #include <memory>
+#include <string>
 #include <type_traits>
 
 struct RpmCloser {
@@ -18,6 +19,9 @@ struct RpmCloser {
 /// A handle of librpm that closes itself.
 template <typename Handle>
 using RpmHandle = std::unique_ptr<std::remove_pointer_t<Handle>, RpmCloser>;
+
+/// The directory of the rpm database, as rpm's macros name it; they may name it in any way.
+std::string databaseDirectory();
 
 /// Opens the rpm database for reading, if it is not open. Comes in front of everything else that
 /// reads it: librpm would create a missing one, and take the device for an empty one.

@@ -40,6 +40,20 @@ def test_configuration(device, content, lines):
     assert (result.returncode, device.status, device.calls) == (1, "", [])
 
 
+@pytest.mark.parametrize("macros, lines", [
+    ("%_dbpath var/lib/rpm\n", ["path 'var/lib/rpm' of the rpm database is not absolute"]),
+    ("", ["rpm does not know the architectures of this system", "path '%{_dbpath}' of the rpm database is not absolute"]),
+], ids=["path", "none"])
+def test_rpm_configuration(device, macros, lines):
+    set_up(device)
+    device.write("/etc/rpm/macros", macros)
+    device.write("/srv/empty/rpmrc", "")
+    device.write("/srv/empty/macros", "")
+    result = device.run("--check-only", **({} if macros else {"RPM_CONFIGDIR": "/srv/empty"}))
+    assert result.lines == [f"ERROR: {line}" for line in [*lines, "failed initializing (rpm)"]]
+    assert (result.returncode, device.calls) == (1, [])
+
+
 def test_a_faulty_proxy_file_stops_nothing(device):
     set_up(device)
     device.write("/etc/network/orvproxy.conf", "<proxyconf><proxy server='p' port='65535'/></proxyconf>")
