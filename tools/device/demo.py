@@ -51,7 +51,7 @@ def main() -> int:
         print(text, flush=True)
     except Exception as error:  # whatever it is: the last line is to tell it
         traceback.print_exc()
-        faults = [str(error)]
+        faults = [str(error).strip()]
     if faults:
         print("THE DEMO FAILED: " + "; ".join(faults), file=sys.stderr)
         return 1
