@@ -23,17 +23,22 @@ def update(device, package, *arguments):
     return device.run("--no-reboot", *arguments)
 
 
+STRANGER = r"ERROR: package 'app-2-1.noarch.rpm' is signed by key ([0-9a-f]{16}), which is not in the rpm database"
+DAMAGED = "ERROR: package 'app-2-1.noarch.rpm' is damaged"
+NO_PACKAGE = "ERROR: 'app-2-1.noarch.rpm' is damaged or no package"
+
+
 @pytest.mark.parametrize("key, how, reason", [
-    ("stranger", None, "WARNING: rpmlib: app-2-1.noarch.rpm: Header V4 RSA/SHA512 Signature, key ID [0-9a-f]+: NOKEY"),
-    ("", None, "ERROR: no signature on package 'app-2-1.noarch.rpm'"),
-    ("vendor", "header", "ERROR: rpmlib: app-2-1.noarch.rpm: Header .*BAD.*"),
-    ("vendor", "signature", "ERROR: rpmlib: app-2-1.noarch.rpm: Header .*BAD.*"),
-    ("vendor", "payload", None),
-    ("vendor", "cut", None),
-    ("vendor", "cut header", None),
-    ("vendor", "text", None),
-    ("vendor", "empty", None),
-])
+    ("stranger", None, STRANGER),
+    ("", None, None),
+    ("vendor", "header", DAMAGED),
+    ("vendor", "signature", DAMAGED),
+    ("vendor", "payload", DAMAGED),
+    ("vendor", "cut", DAMAGED),
+    ("vendor", "cut header", DAMAGED),
+    ("vendor", "text", NO_PACKAGE),
+    ("vendor", "empty", NO_PACKAGE),
+], ids=["unknown key", "unsigned", "header", "signature", "payload", "cut", "cut header", "text", "empty"])
 def test_refused(device, tmp_path, key, how, reason):
     [package] = build(Package(APP.name, APP.evr, files=APP.files, key=key))
     if how:
@@ -41,8 +46,12 @@ def test_refused(device, tmp_path, key, how, reason):
     result = update(device, package.read_bytes())
     lines = result.lines[result.lines.index(VERIFY) + 1:]
     said = lines[:lines.index("ERROR: failed updating, will try updating updater only")]
-    assert reason is None or any(re.fullmatch(reason, line) for line in said)
-    assert said[-1] == (reason if key == "" else REFUSED)
+    if reason:
+        found = re.fullmatch(reason, said[-2])
+        assert found and said[-1] == REFUSED
+        assert not found.groups() or f"key ID {found[1][8:]}: NOKEY" in said[-3]  # as rpm itself says
+    else:
+        assert said == ["ERROR: no signature on package 'app-2-1.noarch.rpm'"]
     assert (result.returncode, device.installed()) == (1, OLD_STATE)
     assert not [call for call in device.calls if call.startswith("rpm")]
 

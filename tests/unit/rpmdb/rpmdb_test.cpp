@@ -65,6 +65,11 @@ TEST(RpmDB, readsAllPackagesOrNone)
     const std::string sFailed = "ERROR: failed while iterating on rpm DB\n";
     install({{"foo", "2"}, {"foo", "1"}, {"gpg-pubkey", "9f"}, {"bar", "1"}});
     EXPECT_EQ(all(), "bar-0:1-1, foo-0:2-1, foo-0:1-1, gpg-pubkey-0:9f-1, keys ");
+    const LogCapture log;
+    EXPECT_FALSE(db.verifyPackage(dir.path()));
+    const std::string sName = dir.path().substr(dir.path().rfind('/') + 1);
+    EXPECT_TRUE(log.text().ends_with("ERROR: failed reading '" + sName + "' (Is a directory)\n" +
+                                     "ERROR: failed verifying package '" + sName + "'\n"));
     install({{"b", "damaged"}, {"c", "1"}});
     EXPECT_EQ(all(), "failed unknown " + sFailed);
     install({{"a", ""}});
