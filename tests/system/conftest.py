@@ -28,6 +28,14 @@ def pytest_collection_modifyitems(config: pytest.Config, items: list[pytest.Item
                 item.add_marker(pytest.mark.skip(reason="needs --long"))
 
 
+def pytest_make_parametrize_id(config: pytest.Config, val: object, argname: str) -> str:  # noqa: ARG001
+    """Lets the name of a row tell what stands in it, in short."""
+    if isinstance(val, bytes):
+        return f"{len(val)} bytes"
+    text = val if isinstance(val, str) else " ".join(map(str, val)) if isinstance(val, (list, tuple)) else str(val)
+    return "".join(c if c.isprintable() else " " for c in text)[:50] or f"no {argname}"
+
+
 @pytest.fixture(scope="session")
 def program() -> Path:
     path = Path(os.environ.get("UPDATER", PROJECT / "build/dev/updater")).resolve()

@@ -3,6 +3,7 @@
 import gzip
 import hashlib
 import re
+import time
 from collections.abc import Callable
 
 from device.device import Device, Package
@@ -34,6 +35,13 @@ def set_up(device: Device) -> Device:
     device.publish(*NEW)
     device.configure(release="firmware", addons=["extra"])
     return device
+
+
+def wait_until(condition: Callable[[], bool]) -> None:
+    end = time.monotonic() + 20
+    while not condition():
+        assert time.monotonic() < end, "it never came to that"
+        time.sleep(0.005)
 
 
 def edit_primary(device: Device, change: Callable[[str], str]) -> None:

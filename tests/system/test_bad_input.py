@@ -2,6 +2,7 @@
 
 import gzip
 import os
+import re
 import shutil
 import sqlite3
 from contextlib import closing
@@ -122,6 +123,18 @@ def test_a_changed_primary_file_is_refused_and_fetched_anew(device):
             "ERROR: invalid checksum on 'repodata/primary.xml.gz'", "ERROR: could not load repository data", EXIT]
     device.write(PRIMARY, good)
     assert device.run("--check-only").lines[-8:] == [*REPORT, "INFO: --- EXIT OK ---"]
+
+
+@pytest.mark.parametrize("type, length, line", [
+    ("sha", 39, "ERROR: invalid checksum on 'repodata/primary.xml.gz'"),
+    ("sh&#10;a", 40, "ERROR: unsupported checksum type 'sh?a'"),
+])
+def test_a_checksum_that_tells_nothing(device, type, length, line):
+    set_up(device)
+    index = device.read(INDEX)
+    device.write(INDEX, re.sub(r'checksum type="sha">([0-9a-f]+)', lambda found: (
+        f'checksum type="{type}">{found[1][:length]}'), index))
+    assert line in device.run("--check-only").lines
 
 
 def test_a_package_that_is_not_what_the_metadata_say(device):

@@ -41,6 +41,7 @@ BROKEN = [
     ([None], "Could not read status line: Connection reset by peer"),
     (["SSH-2.0-server\r\n\r\n"], "Could not parse response status line"),
     (CUT, f"Could not read response body: {CLOSED}"),
+    (reply("200 OK", "Content-Length: 99999", body="x" * 9999), f"Could not read response body: {CLOSED}"),
     ([*CHUNKED, "9\r\n<repomd/>\r\n"], f"Could not read chunk size: {CLOSED}"),
     ([*CHUNKED, "zz\r\n"], "Could not parse chunk size"),
     (moved("http://[::1"), "Could not parse redirect destination URL"),
@@ -97,6 +98,15 @@ def test_answers(waiting, answers, lines, hosts):
         f"/srv/repo/{path}" for path in ((INDEX, PRIMARY) if lines == GOOD else (INDEX,))})
     assert [file.name for file in cache.parent.glob("repomd*")] == ["repomd.xml"]
     assert (cache.read_text() == "older") == (lines[0] not in (GOOD[0], BAD_INDEX[0]))
+
+
+@pytest.mark.parametrize("before, status", [(0, "ANALYZING"), (1, "ANALYZING"), (3, "DOWNLOADING")])
+def test_a_signal_ends_a_transfer_at_once(waiting, before, status):
+    scripted(waiting, *[None] * before, [*reply("200 OK", "Content-Length: 99", body="<"), 30])
+    running = waiting.start("--max-wait-time=-1", "app")
+    assert len(log_of(waiting, "scripted", before + 1)) == before + 1
+    running.signal(15)
+    assert (running.wait(5).returncode, waiting.status) == (143, status)
 
 
 def test_one_fetcher_for_each_origin(waiting):

@@ -1,12 +1,11 @@
 """The process itself: background start, lock, no-run file, signals, log outputs, options."""
 
 import socket
-import time
 from pathlib import Path
 
 import pytest
 from device.device import Package
-from scenes import NEW_STATE, OLD_STATE, set_up
+from scenes import NEW_STATE, OLD_STATE, set_up, wait_until
 
 
 def test_background_start(device):
@@ -86,8 +85,9 @@ def test_second_instance(device):
                            "ERROR: failed acquiring lock file '/var/lock/updater' (Resource temporarily unavailable)"]
     assert (refused.returncode, short.returncode, device.calls) == (1, 1, ["hook init 1.1"])
 
-    waiting = device.start("--lock-timeout", "30")
-    time.sleep(0.5)
+    device.write("/tmp/log", "")
+    waiting = device.start("--lock-timeout", "30", "--log-to", "/tmp/log")
+    wait_until(lambda: "lock held" in device.read("/tmp/log"))
     device.release()
     assert first.wait().returncode == 0
     second = waiting.wait()
@@ -102,8 +102,9 @@ def test_a_signal_ends_the_wait_for_the_lock(device):
     device.hold_at("hook init")
     first = device.start()
     first.wait_for("hook init")
-    second = device.start("--lock-timeout", "30")
-    time.sleep(0.5)
+    device.write("/tmp/log", "")
+    second = device.start("--lock-timeout", "30", "--log-to", "/tmp/log")
+    wait_until(lambda: "lock held" in device.read("/tmp/log"))
     second.signal(15)
     result = second.wait(5)
     assert (result.returncode, result.lines[-2:]) == (143, [
@@ -129,6 +130,7 @@ def test_a_signal_is_noted_and_acted_on_at_the_next_look(device, call, number, c
     device.release()
     result = running.wait()
     assert (result.returncode, device.status, device.installed(), result.lines[-1]) == (code, status, state, last)
+    assert call != "rpm -v -U" or "INFO:   lib-2-1.noarch" in result.lines  # what it said behind the signal
     # A plan that was given up behind a pass that went well is told of, as the end does not do so.
     given_up = [line for line in result.lines if "not going on" in line]
     assert given_up == (["WARNING: not going on with the update because of signal #15: Terminated"]
@@ -180,5 +182,20 @@ def test_syslog_and_a_file_that_is_appended_to(device):
         result = device.run("--log-to", "/tmp/log", "--check-only")
         log.settimeout(5)
         first = log.recv(1000).decode()
+        device.status = "CORRUPTED"
+        device.run()
+        while "corrupted" not in (last := log.recv(1000).decode()):
+            assert last.startswith("<158>")
     assert device.read("/tmp/log").splitlines() == ["before", *result.lines]
     assert first.startswith("<158>") and "updater[" in first and first.endswith(": updater version 1.1, product Demo")
+    assert last.startswith("<154>")
+
+
+def test_the_last_log_and_no_standard_error(device):
+    device.publish()
+    last = device.write("/var/log/updater/lastlog", "of the run before\n")
+    result = device.run("--check-only", "--log-level", "debug")
+    assert last.read_text().splitlines() == [line for line in result.lines if not line.startswith("DEBUG: ")] != result.lines
+    device.write("/etc/updater.conf", device.read("/etc/updater.conf").replace('"stderr"/>', '"syslog"><facility>user</facility></logger>'))
+    assert device.run("--check-only", "--log-to", "/tmp/log").lines == []
+    assert device.read("/tmp/log") == last.read_text() != ""

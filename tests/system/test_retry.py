@@ -16,6 +16,10 @@ def with_updater(device):
     return device
 
 
+def test_a_new_firmware_brings_its_updater_along_in_silence(with_updater):
+    assert with_updater.run("--check-only").reports[1:-1] == ["--- 5 UPDATE(S) ---", "--- FIRMWARE 2-1 ---"]
+
+
 def test_a_failed_check_installs_the_updater_alone(device):
     device.install(OLD[0], UPDATERS[0])
     device.publish(Package("app", "2-1", requires=("nowhere > 3", "updater-running >= 1.2", "(no or never)")), UPDATERS[1])

@@ -1,8 +1,10 @@
 """The road of one update, in each of its modes, with its exact lines, calls and status words."""
 
+import re
+
 import pytest
 from device.device import Package
-from scenes import (HALF_STATE, NEW_STATE, OLD, OLD_STATE, PASS_1, PASS_2, REBOOT, REPORT, head, set_up)
+from scenes import (HALF_STATE, NEW_STATE, OLD, OLD_STATE, PASS_1, PASS_2, REBOOT, REPORT, head, set_up, wait_until)
 
 
 def installing(number: int, names: list[str], output: list[str]) -> list[str]:
@@ -34,13 +36,18 @@ def test_two_passes_and_a_reboot(device):
     assert device.read("/var/log/updater/lastlog").splitlines() == result.lines
 
 
-def test_a_remote_repository_is_asked_after_a_wait(device):
-    """The delay is skipped for file: only; here it is 0 or 1 seconds and the connection fails."""
+def test_a_remote_repository_is_asked_after_a_random_wait(device):
     set_up(device).configure("http://127.0.0.1:9/repo")
-    result = device.trace("--max-wait-time", "1")
-    assert result.lines[4] in ("INFO: waiting 0 secs before connection", "INFO: waiting 1 secs before connection")
-    assert result.events == ["hook init 1.1", "DELAYING", "ANALYZING", "READY"]
-    assert result.returncode == 1
+    waits = set()
+    for _ in range(3):
+        running = device.start("--max-wait-time", "1000000")
+        wait_until(lambda: device.status == "DELAYING")
+        running.signal(15)
+        result = running.wait(5)
+        waits.add(re.fullmatch(r"INFO: waiting (\d+) secs before connection", result.lines[4])[1])
+        assert (result.returncode, result.lines[5:], device.status) == (143, [
+            "ERROR: wait interrupted", "INFO: --- EXIT ERROR ---", "ERROR: terminated by signal #15: Terminated"], "READY")
+    assert len(waits) == 3
 
 
 @pytest.mark.parametrize("arguments, code, state, status, calls", [
@@ -71,6 +78,18 @@ def test_a_test_run_leaves_the_words_of_a_test(device):
     assert result.events == ["hook init 1.1", "ANALYZING", "hook download 1.1", "DOWNLOADING", "hook test 1.1 2",
                              "TESTING", "fsync", PASS_1.replace("-v", "--test"), "PKGSDONE", "fsync", "READY"]
     assert result.lines[-3:] == ["INFO: testing package(s) update", "INFO: packages tested OK", "INFO: --- EXIT OK ---"]
+
+
+def test_what_hook_and_rpm_are_left_with(device):
+    """The standard streams (3 is the directory that ls reads), and packages of this pass only."""
+    packages = "/var/cache/updater/base/packages"
+    set_up(device).write(f"{packages}/stale.rpm", "")
+    look = "#!/bin/sh\n/bin/ls /proc/self/fd >>/tmp/descriptors\n"
+    device.write("/usr/lib/updater/hook", f"{look}[ $1 != download ] || /bin/ls {packages} >>/tmp/packages\n", 0o755)
+    device.write("/device/bin/rpm", f'{look}exec /usr/bin/rpm "$@"\n', 0o755)
+    assert device.run("--log-to", "/tmp/log").returncode == 0
+    assert set(device.read("/tmp/descriptors").split()) == {"0", "1", "2", "3"}
+    assert (device.read("/tmp/packages"), device.installed()) == ("", NEW_STATE)
 
 
 def test_quiet_leaves_the_list_alone(device):

@@ -10,11 +10,17 @@
 
 #include <tuple>
 
+TEST(Downloader, opensNothingBeforeTheSettingsAreKnown)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own
+    EXPECT_EXIT(exit(Downloader().open("file:///srv") ? 0 : 3), testing::ExitedWithCode(3),
+                "ERROR: URLFetcher class not initialized before calling constructor\n");
+}
+
 TEST(Downloader, opensARepositoryOnce)
 {
+    URLFetcher::setNetworkDefaults({});
     const std::pair<const char*, std::string> vCases[] = {
-        // Stands first: a process can see it only once.
-        {"file:///srv", "ERROR: URLFetcher class not initialized before calling constructor\n"},
         {"http://h/ x", "ERROR: failed parsing repository URI 'http://h/ x'\n"},
         {"file:/srv", "ERROR: repository URI 'file:/srv' missing host, path or scheme\n"},
         {"file://h/", "ERROR: only local file: URIs supported\nERROR: cannot create fetcher for"},
@@ -24,11 +30,11 @@ TEST(Downloader, opensARepositoryOnce)
         {"https://127.0.0.1", "scheme 'https', host '127.0.0.1', port 443 created\n"},
         {"file://localhost:7/", "for scheme 'file', host 'localhost', port 7 created\n"}};
     for (const auto& [pUri, sLog] : vCases) {
+        SCOPED_TRACE(pUri);
         const LogCapture log;
         Downloader downloader;
         EXPECT_NE(downloader.open(pUri), sLog.starts_with("ERROR"));
         EXPECT_THAT(log.text(), testing::HasSubstr(sLog));
-        URLFetcher::setNetworkDefaults({});
         EXPECT_NE(downloader.open("file:///srv"), !sLog.starts_with("ERROR"));
     }
     ne_uri uri = {};  // without a port
@@ -53,6 +59,7 @@ TEST(Downloader, copiesFilesUnderATemporaryName)
         {"p%20", "dir", "ERROR: failed renaming 'dir.tmp' to 'dir' (Is a directory)\n"},
         {"p%20", "to", ""}};
     for (const auto& [pPath, sTo, sLog] : vCases) {
+        SCOPED_TRACE(std::string(pPath) + " to " + sTo);
         dir.write("to", "old");
         dir.write("to.tmp", sNew + "left by an earlier run");
         const LogCapture log(ERROR);

@@ -90,7 +90,7 @@ TEST(Primary, judgesWhatDiffers)
     const std::tuple<std::string, std::string, std::string> vCases[] = {
         {"type='rpm'", "type='srpm'", "ok "},
         {"<c:arch>noarch</c:arch>", "", "ok " + sSkip + "'\n"},
-        {"noarch", "vax", "ok " + sSkip + "vax'\n"},
+        {"noarch", "va&#10;x", "ok " + sSkip + "va?x'\n"},
         {"noarch</c:arch><c:version", "vax</c:arch><c:x", sFailed},
         {"<c:version", "<c:x", sFailed},
         {"<c:location", "<c:x", sFailed},
