@@ -3,6 +3,8 @@
 #include "control/rpmsignal.h"
 #include "support/logger.h"
 
+#include <poll.h>
+
 #include <array>
 #include <map>
 #include <string>
@@ -111,6 +113,22 @@ bool setTerminationSignalsEnabled(bool bEnabled)
         }
     }
     return true;
+}
+
+bool sleepUnlessSignalled(unsigned uSeconds)
+{
+    sigset_t termination;
+    sigemptyset(&termination);
+    for (const int iSignal : k_vTerminationSignals) {
+        sigaddset(&termination, iSignal);
+    }
+    // Between the look at the note and the sleep no signal comes: one would be slept over.
+    sigset_t before;
+    sigprocmask(SIG_BLOCK, &termination, &before);
+    const timespec time = {static_cast<time_t>(uSeconds), 0};
+    const bool bSlept = signalNoted == 0 && ppoll(nullptr, 0, &time, &before) == 0;
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    return bSlept;
 }
 
 bool ignoreHangup()

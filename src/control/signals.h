@@ -21,6 +21,11 @@ extern volatile std::sig_atomic_t notedSignal;
 /// Switches the termination signals. A hangup that ignoreHangup() has taken out stays ignored.
 [[nodiscard]] bool setTerminationSignalsEnabled(bool bEnabled);
 
+/// Sleeps, but no longer than until a termination signal is noted, be it before the call.
+///
+/// @return false if one was.
+[[nodiscard]] bool sleepUnlessSignalled(unsigned uSeconds);
+
 /// Ignores SIGHUP from here on, for good.
 [[nodiscard]] bool ignoreHangup();
 

@@ -13,7 +13,6 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 
 namespace {
 
@@ -45,8 +44,7 @@ const RepoConfig* activeRepository(const Config& config)
     const auto uDelay = static_cast<unsigned>(randomDelay(iMaxWaitTime, rand()));
     logMessage(INFO, "waiting %u secs before connection", uDelay);
     recordStatus(DELAYING);
-    const timespec delay = {static_cast<time_t>(uDelay), 0};
-    if (nanosleep(&delay, nullptr) != 0) {
+    if (!sleepUnlessSignalled(uDelay)) {
         logMessage(ERROR, "wait interrupted");
     }
     return true;
