@@ -79,6 +79,7 @@ TEST(ParseConfigurationFile, failsAtTheFirstMalformedElement)
         {"<tls trust='ca'/>", "TLS trust 'ca' is neither 'system' nor an absolute path"},
         {"<tls trust='/'/>", "cannot read TLS certificates '/' (Is a directory)"}};
     for (const auto& [sBody, sReason] : vCases) {
+        SCOPED_TRACE(sBody);
         LogCapture log(WARNING);
         Config config;
         const std::string sPath = dir.write("conf", inUpdater(k_sBase + sBody + k_sExtra));
@@ -108,6 +109,7 @@ TEST(LoadConfiguration, laysTheCommandLineOnTop)
     const TempDir dir;
     std::string sPath = dir.file("conf");
     for (const auto& [sBody, pUrl, pCache, pExpected] : vCases) {
+        SCOPED_TRACE(sBody);
         dir.write("conf", inUpdater(sBody));
         CommandLineOptions options;
         options.confFile = sPath.data();

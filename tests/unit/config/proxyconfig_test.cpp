@@ -26,6 +26,7 @@ TEST(ReadProxyConfig, readsElements)
     }
     TempDir dir;
     for (const auto& [sBody, sExpected] : vCases) {
+        SCOPED_TRACE(sBody);
         LogCapture log(WARNING);
         ProxyConfig proxy;
         const std::string sPath = dir.write("p", "<proxyconf>" + sBody + "</proxyconf>");

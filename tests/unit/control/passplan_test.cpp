@@ -33,6 +33,7 @@ TEST(PassPlan, followsTheOutcomeOfEachPass)
         {'c', {{0, 5}}, "c", ResultOk},
         {'c', {{RETRY, 0}, {0, 1}}, "cc", ResultOk}};
     for (const auto& [cMode, vEnds, sExpected, iExpected] : vCases) {
+        SCOPED_TRACE(sExpected);
         const LogCapture log;
         Config config;
         config.checkOnly = cMode == 'c';

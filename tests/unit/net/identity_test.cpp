@@ -24,6 +24,7 @@ TEST(Identity, readsCpuInfo)
     const TempDir dir;
     ASSERT_EQ(chdir(dir.path().c_str()), 0);
     for (const auto& [sText, sExpected] : vCases) {
+        SCOPED_TRACE(sText);
         dir.write("cpuinfo", sText);
         const LogCapture log;
         CpuInfo info;
@@ -57,6 +58,7 @@ TEST(Identity, mapsTheBlocksOfTheFirstGoodFilesToThePassword)
          "42 02-1202-00 DEBUG: failed reading data from 'short'\n"},
         {BoardOther, {"02-00", "none"}, "0  " + sNone + "DEBUG: failed reading secret data\n"}};
     for (const auto& [eBoard, vPaths, sExpected] : vCases) {
+        SCOPED_TRACE(sExpected);
         const LogCapture log;
         std::string sBlocks;
         if (readDataBlocks(vPaths, requiredBlocks(eBoard), sBlocks)) {

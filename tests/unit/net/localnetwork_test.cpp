@@ -38,6 +38,7 @@ TEST(LocalNetwork, comparesUnderTheMask)
         {"127.0.0.1", "", "255.0.0.0", false},
         {"127.0.0.1", "127.0.0.1", "ffff::", false}};
     for (const auto& [pHost, pOwn, pMask, bLocal] : vCases) {
+        SCOPED_TRACE(std::string(pHost) + " from " + pOwn + "/" + pMask);
         const Info own = address(pOwn);
         const Info mask = address(pMask);
         const Info hosts = address("198.51.100.7");

@@ -32,6 +32,7 @@ TEST(Request, providesCredentialsThatFit)
         {s256, s256, "ERROR: L username length (256) exceeds maximum supported (256)\n"},
         {"u", s256, "ERROR: L password length (256) exceeds maximum supported (256)\n"}};
     for (const auto& [sUser, sPassword, sLog] : vCases) {
+        SCOPED_TRACE(sUser);
         const LogCapture log(TRACE);
         std::array<char, NE_ABUFSIZ> vUser = {"old"};
         std::array<char, NE_ABUFSIZ> vPassword = {"old"};

@@ -18,6 +18,7 @@ TEST(Evr, isReadAsFarAsPossible)
         {"1.0-", "0|1.0|ERROR: empty release in EVR string\n"},
         {"-1", "0||1"}};
     for (const auto& [pText, sExpected] : vCases) {
+        SCOPED_TRACE(pText);
         const LogCapture log;
         const Evr evr = parseEvr(pText);
         const std::string sParts = evr.version.str() + "|" + evr.release.str();

@@ -167,6 +167,7 @@ TEST(Primary, takesTheTextThatATreeWouldHold)
     }
     const TempDir dir;
     for (const std::string& sText : vTexts) {
+        SCOPED_TRACE(sText);
         const std::string sPath = dir.write("p", replaced(k_sDocument, "noarch", sText));
         LogCapture log;
         PackageSet packages;
@@ -211,6 +212,7 @@ TEST(Primary, isNotExhausted)
         return std::to_string(package.provides.size());
     };
     for (const auto& [sNew, sExpected] : vCases) {
+        SCOPED_TRACE(sNew);
         EXPECT_EQ(
             parsed(replaced(sDocument, sNew[1] == '!' ? "]>" : "<c:format/>", sNew), provides),
             sExpected);

@@ -101,6 +101,7 @@ TEST_F(RepositoryTest, acceptsThePrimaryFileByEitherChecksum)
         {sum, "x", ""}, {"x", sum, ""}, {"", sum, "ERROR: attempted to check an empty checksum\n"}};
     dir.write("remote/repodata/p.xml", primary);
     for (const auto& [sSum, sOpenSum, sLog] : vCases) {
+        SCOPED_TRACE(sSum + " " + sOpenSum);
         std::filesystem::remove(dir.file("base/p.xml"));
         std::string sIndex = replaced(replaced(k_sIndex, "p.gz", "p.xml"), "2<", sOpenSum + "<");
         sIndex = sSum.empty() ? replaced(sIndex, "r:checksum", "r:x")

@@ -28,6 +28,7 @@ TEST(ChildProcess, runsAndLogsTheOutput)
         {"printf 'ab\\n\\nx%%sy\\na\\n'", sHead + "ab\nINFO:   x%sy\nINFO:   a\n\n"},
         {"cat; echo $0", sHead + "/sh\n"}};  // no standard input
     for (const auto& [sScript, sExpected] : vCases) {
+        SCOPED_TRACE(sScript);
         LogCapture log(INFO);
         ChildProcess child = shell(sScript);
         EXPECT_TRUE(child.run());

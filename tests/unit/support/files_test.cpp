@@ -62,6 +62,7 @@ TEST(Checksum, judgesFiles)
         {{sHello, "sha"}, sBadFile, true, "reading from '" + sBadFile + "'\n"},
         {{sHello, "sha"}, "/", false, "ERROR: failed while reading from '/'\n"}};
     for (const auto& [sum, sPath, bContents, sLog] : vCases) {
+        SCOPED_TRACE(sPath);
         LogCapture log;
         EXPECT_EQ(bContents ? sum.checkContents(sPath) : sum.checkFile(sPath), sLog.empty());
         EXPECT_TRUE(log.text().ends_with(sLog)) << log.text();
@@ -72,6 +73,7 @@ TEST(Files, helpWithPathsAndTexts)
 {
     for (const auto& [pPath, pName] :
          {std::pair("a/b/", "b"), {"b", "b"}, {"/a/b.c", "b.c"}, {"a//", "a"}, {"//", ""}}) {
+        SCOPED_TRACE(pPath);
         EXPECT_EQ(baseName(pPath), pName);
     }
     for (const std::string sText : {"a b\xc3\xa9", "a\n", "\x1f", "\x7f"}) {
