@@ -9,9 +9,6 @@
 #include <map>
 #include <string>
 
-volatile std::sig_atomic_t signalNoted = 0;
-volatile std::sig_atomic_t notedSignal = 0;
-
 namespace {
 
 /// A signal that this file has changed.

@@ -1,17 +1,11 @@
 #pragma once
 
-#include <csignal>
+#include "support/signalnote.h"
 
 // The termination signals SIGHUP, SIGINT, SIGTERM and SIGQUIT have two states. Disabled, a handler
 // only notes the signal and the program stops by itself at its next look at the note. Enabled, they
 // act as they did before the program started, which normally ends it at once. SIGPIPE is ignored
 // throughout. All functions are for the one thread of the process.
-
-/// 1 as soon as a signal has been noted; never reset.
-extern volatile std::sig_atomic_t signalNoted;
-
-/// The number of the signal that was noted first.
-extern volatile std::sig_atomic_t notedSignal;
 
 /// Disables the termination signals and ignores SIGPIPE. The start-up step.
 ///

@@ -9,11 +9,10 @@ void ElementText::clear()
     m_bLastIsText = false;
 }
 
-void ElementText::add(std::string_view sPiece, Origin origin)
+void ElementText::add(std::string_view sPiece, bool bSection)
 {
-    settle(origin == Origin::SECTION ? Before::MARKUP : Before::TEXT);
-    if (origin == Origin::CHARACTERS &&
-        sPiece.find_first_not_of(" \t\r\n") == std::string_view::npos) {
+    settle(bSection ? Before::MARKUP : Before::TEXT);
+    if (!bSection && sPiece.find_first_not_of(" \t\r\n") == std::string_view::npos) {
         m_sBlanks = sPiece;
     } else {
         append(sPiece);

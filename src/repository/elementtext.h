@@ -9,15 +9,11 @@
 /// the element it also is text if there is nothing else.
 class ElementText {
 public:
-    /// Where a piece of text comes from. What a CDATA section holds or an entity stands for is text,
-    /// blank or not.
-    enum class Origin { CHARACTERS, SECTION, ENTITY };
-
     /// Begins an element.
     void clear();
 
-    /// Adds a piece as the parser gives it.
-    void add(std::string_view sPiece, Origin origin);
+    /// Adds a piece as the parser gives it. What a CDATA section holds is text, blank or not.
+    void add(std::string_view sPiece, bool bSection);
 
     /// A comment, a processing instruction or a child element stands here.
     void addMarkup();

@@ -33,9 +33,6 @@ public:
     /// to, unless a nearer element declares the same prefix anew. Or k_iNone.
     [[nodiscard]] int find(const xmlChar* pUri) const;
 
-    /// Declarations in scope, hidden ones included. Each element costs a look at all of them.
-    [[nodiscard]] std::size_t declarations() const { return m_vDeclarations.size(); }
-
 private:
     struct Declaration {
         const xmlChar* prefix;

@@ -15,12 +15,6 @@ namespace {
 constexpr const char* k_pCommonNamespace = "http://linux.duke.edu/metadata/common";
 constexpr const char* k_pRpmNamespace = "http://linux.duke.edu/metadata/rpm";
 
-/// The most bytes of a text that counts, as libxml2 has it for a node of a tree.
-constexpr std::size_t k_uMaxText = 10'000'000;
-
-/// The most namespace declarations in scope. Real files have two.
-constexpr std::size_t k_uMaxDeclarations = 256;
-
 /// Marks a part of a package as read. False if it was there before.
 [[nodiscard]] bool firstTime(bool& bRead)
 {
@@ -29,49 +23,52 @@ constexpr std::size_t k_uMaxDeclarations = 256;
 
 }  // namespace
 
-bool PrimaryHandler::startElement(const StartTag& tag)
+Take PrimaryHandler::startElement(const StartTag& tag, bool bBound)
 {
-    m_scope.enter(tag.prefix, tag.uri != nullptr, tag.declarationCount, tag.declarations);
-    const Kind parent = m_vKinds.empty() ? Kind::OUTSIDE : m_vKinds.back();
-    if (m_scope.declarations() > k_uMaxDeclarations) {
-        logMessage(DEBUG, "too many namespace declarations");
-        return false;
-    }
     std::optional<Kind> kind = Kind::IGNORED;
-    if (tag.fromEntity && parent == Kind::OUTSIDE) {
-        logMessage(DEBUG, "element out of an entity");
-        kind = {};
-    } else if (tag.fromEntity) {
-        // In a tree it would not share the namespace declaration of a parent in the document.
-    } else if (m_vKinds.empty()) {
+    if (m_vKinds.empty()) {
         kind = startTopLevel(tag);
-    } else if (parent == Kind::OUTSIDE) {
+    } else if (m_vKinds.back() == Kind::OUTSIDE) {
         kind = startPackage(tag);
-    } else if (m_scope.bound() != NamespaceScope::k_iNone &&
-               m_scope.bound() == m_vDeclarations.back()) {
-        if (parent == Kind::PACKAGE) {
-            kind = startPackageChild(tag);
-        } else if (parent == Kind::FORMAT) {
-            kind = startFormatChild(tag);
-        } else if (parent == Kind::PROVIDES || parent == Kind::REQUIRES ||
-                   parent == Kind::OBSOLETES) {
-            kind = startEntry(tag);
-        }
+    } else if (bBound) {
+        kind = startBoundChild(tag);
     }
     if (!kind) {
-        return false;
+        return Take::FAIL;
     }
-    markup();
-    m_vKinds.push_back(*kind);
-    if (takesText()) {
-        m_text.clear();
-    }
-    m_vDeclarations.push_back(*kind == Kind::FORMAT ? m_scope.find(xmlChars(k_pRpmNamespace))
-                                                    : m_scope.bound());
-    if (*kind == Kind::FORMAT && m_vDeclarations.back() == NamespaceScope::k_iNone) {
+    if (*kind == Kind::FORMAT && !bindChildrenTo(k_pRpmNamespace)) {
         logMessage(DEBUG, "no rpm specific data in XML doc");
+        kind = Kind::IGNORED;
     }
-    return true;
+    if (*kind == Kind::IGNORED) {
+        return Take::NOTHING;
+    }
+    m_vKinds.push_back(*kind);
+    switch (*kind) {
+        case Kind::NAME:
+        case Kind::ARCH:
+        case Kind::CHECKSUM:
+        case Kind::GROUP:
+            return Take::TEXT;
+        default:
+            return Take::CHILDREN;
+    }
+}
+
+std::optional<PrimaryHandler::Kind> PrimaryHandler::startBoundChild(const StartTag& tag)
+{
+    switch (m_vKinds.back()) {
+        case Kind::PACKAGE:
+            return startPackageChild(tag);
+        case Kind::FORMAT:
+            return startFormatChild(tag);
+        case Kind::PROVIDES:
+        case Kind::REQUIRES:
+        case Kind::OBSOLETES:
+            return startEntry(tag);
+        default:
+            return Kind::IGNORED;
+    }
 }
 
 std::optional<PrimaryHandler::Kind> PrimaryHandler::startTopLevel(const StartTag& tag) const
@@ -187,59 +184,27 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startEntry(const StartTag& t
     return Kind::ENTRY;
 }
 
-bool PrimaryHandler::takesText() const
+bool PrimaryHandler::endElement(const std::string& sText)
 {
-    switch (m_vKinds.empty() ? Kind::OUTSIDE : m_vKinds.back()) {
+    const Kind kind = m_vKinds.back();
+    m_vKinds.pop_back();
+    switch (kind) {
         case Kind::NAME:
         case Kind::ARCH:
         case Kind::CHECKSUM:
         case Kind::GROUP:
-            return true;
+            return endText(kind, sText);
         default:
-            return false;
+            return kind != Kind::PACKAGE || endPackage();
     }
 }
 
-bool PrimaryHandler::text(std::string_view sText, ElementText::Origin origin)
-{
-    if (!takesText()) {
-        return true;
-    }
-    m_text.add(sText, origin);
-    if (m_text.size() > k_uMaxText) {
-        logMessage(DEBUG, "text of a package is too long");
-        return false;
-    }
-    return true;
-}
-
-void PrimaryHandler::markup()
-{
-    if (takesText()) {
-        m_text.addMarkup();
-    }
-}
-
-bool PrimaryHandler::endElement()
-{
-    const Kind kind = m_vKinds.back();
-    const bool bText = takesText();
-    m_vKinds.pop_back();
-    m_vDeclarations.pop_back();
-    m_scope.leave();
-    if (bText) {
-        return endText(kind);
-    }
-    return kind != Kind::PACKAGE || endPackage();
-}
-
-bool PrimaryHandler::endText(Kind kind)
+bool PrimaryHandler::endText(Kind kind, const std::string& sText)
 {
     const char* pElement = kind == Kind::NAME       ? "name"
                            : kind == Kind::ARCH     ? "arch"
                            : kind == Kind::CHECKSUM ? "checksum"
                                                     : "group";
-    const std::string& sText = m_text.finish();
     Package& package = m_draft.package;
     if (sText.empty()) {
         logNoText(pElement);

@@ -1,36 +1,85 @@
 #include "repository/repomd.h"
 
-#include "repository/dtdguard.h"
+#include "repository/document.h"
 #include "repository/location.h"
 #include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 #include "support/xml.h"
 
+#include <cstdint>
 #include <cstdlib>
+#include <utility>
+#include <vector>
 
 namespace {
 
 constexpr const char* k_pRepoNamespace = "http://linux.duke.edu/metadata/repo";
 
-bool parseChecksumElement(const xmlNode* pElement, Checksum& checksum)
-{
-    if (!getAttribute(pElement, "type", checksum.type) || !getText(pElement, checksum.value)) {
-        logMessage(DEBUG, "failed parsing 'checksum' element");
-        return false;
+/// Reads the index. A child of `data` counts only if it is bound to the namespace declaration of
+/// its parent.
+class RepomdHandler : public Document {
+public:
+    RepomdHandler(std::string sCacheDir, ResourceSet& resources)
+        : m_sCacheDir(std::move(sCacheDir)), m_resources(resources)
+    {
     }
-    return true;
+
+private:
+    /// What an open element is to us.
+    enum class Kind { OUTSIDE, DATA, LOCATION, CHECKSUM, OPEN_CHECKSUM, TIMESTAMP };
+
+    Take startElement(const StartTag& tag, bool bBound) override;
+    bool endElement(const std::string& sText) override;
+    Take startData(const StartTag& tag);
+    Take startDataChild(const StartTag& tag);
+    bool endData();
+
+    std::string m_sCacheDir;
+    ResourceSet& m_resources;
+    std::vector<Kind> m_vKinds;  ///< of the open elements
+    RepoResource m_resource;     ///< of the `data` element under way
+};
+
+/// False (logged) if the element that was begun, or has ended, makes its `data` element malformed.
+bool tell(bool bGood)
+{
+    if (!bGood) {
+        logMessage(DEBUG, "failed parsing 'data' element");
+    }
+    return bGood;
 }
 
-bool parseTimestamp(const xmlNode* pElement, std::uint32_t& uTimestamp)
+/// Puts the text of an element in its place.
+///
+/// @return false if there is none (logged).
+bool takeText(const char* pElement, const std::string& sText, std::string& sValue)
 {
-    std::string sText;
-    if (!getText(pElement, sText)) {
+    if (sText.empty()) {
+        logNoText(pElement);
+    }
+    sValue = sText;
+    return !sText.empty();
+}
+
+bool takeChecksum(const char* pElement, const std::string& sText, Checksum& checksum)
+{
+    const bool bOk = takeText(pElement, sText, checksum.value);
+    if (!bOk) {
+        logMessage(DEBUG, "failed parsing 'checksum' element");
+    }
+    return bOk;
+}
+
+bool takeTimestamp(const std::string& sText, std::uint32_t& uTimestamp)
+{
+    std::string sValue;
+    if (!takeText("timestamp", sText, sValue)) {
         return false;
     }
     char* pEnd = nullptr;
-    const unsigned long long uValue = std::strtoull(sText.c_str(), &pEnd, 10);
-    if (sText.empty() || *pEnd != '\0' || pEnd == sText.c_str() || uValue == UINT64_MAX) {
+    const unsigned long long uValue = std::strtoull(sValue.c_str(), &pEnd, 10);
+    if (*pEnd != '\0' || pEnd == sValue.c_str() || uValue == UINT64_MAX) {
         logMessage(DEBUG, "failed parsing 'timestamp'");
         return false;
     }
@@ -38,97 +87,110 @@ bool parseTimestamp(const xmlNode* pElement, std::uint32_t& uTimestamp)
     return true;
 }
 
-bool parseLocation(const xmlNode* pElement, std::string& sLocation)
+Take RepomdHandler::startElement(const StartTag& tag, bool bBound)
 {
-    if (!getAttribute(pElement, "href", sLocation)) {
-        return false;
+    const bool bOurs = xmlStrEqual(tag.uri, xmlChars(k_pRepoNamespace)) != 0;
+    const std::string_view sName = tag.name;
+    if (m_vKinds.empty() && !(bOurs && sName == "repomd")) {
+        logMessage(DEBUG, "bad top-level element, '%s' instead of 'rempomd'", tag.name);
+        return Take::FAIL;
     }
-    if (hasControlCharacter(sLocation)) {
-        logMessage(DEBUG, "control character in 'location' of 'data' element");
-        return false;
+    if (m_vKinds.empty() || (m_vKinds.back() == Kind::OUTSIDE && !(bOurs && sName == "data"))) {
+        m_vKinds.push_back(Kind::OUTSIDE);
+        return Take::CHILDREN;
     }
-    return hasUsableFileName(sLocation);
+    Take take = Take::NOTHING;
+    if (m_vKinds.back() == Kind::OUTSIDE) {
+        take = startData(tag);
+    } else if (bBound && m_vKinds.back() == Kind::DATA) {
+        take = startDataChild(tag);
+    }
+    tell(take != Take::FAIL);
+    return take;
 }
 
-bool parseData(const xmlNode* pElement, const std::string& sCacheDir, RepoResource& resource)
+Take RepomdHandler::startData(const StartTag& tag)
 {
-    if (!getAttribute(pElement, "type", resource.type)) {
+    const auto sType = attributeOf(tag, "type");
+    if (!sType) {
         logMessage(DEBUG, "no 'type' attribute in 'data' element");
-        return false;
+        return Take::FAIL;
     }
-    for (const xmlNode* pChild = pElement->children; pChild != nullptr; pChild = pChild->next) {
-        if (pChild->type != XML_ELEMENT_NODE || pChild->ns != pElement->ns) {
-            continue;
+    m_resource = {};
+    m_resource.type = *sType;
+    m_vKinds.push_back(Kind::DATA);
+    return Take::CHILDREN;
+}
+
+Take RepomdHandler::startDataChild(const StartTag& tag)
+{
+    const std::string_view sName = tag.name;
+    if (sName == "location") {
+        const auto sHref = attributeOf(tag, "href");
+        if (!sHref) {
+            return Take::FAIL;
         }
-        const std::string_view sName = chars(pChild->name);
-        bool bOk = true;
-        if (sName == "location") {
-            bOk = parseLocation(pChild, resource.location);
-        } else if (sName == "checksum") {
-            bOk = parseChecksumElement(pChild, resource.checksum);
-        } else if (sName == "open-checksum") {
-            bOk = parseChecksumElement(pChild, resource.openChecksum);
-        } else if (sName == "timestamp") {
-            bOk = parseTimestamp(pChild, resource.timestamp);
+        if (hasControlCharacter(*sHref)) {
+            logMessage(DEBUG, "control character in 'location' of 'data' element");
+            return Take::FAIL;
         }
-        if (!bOk) {
-            return false;
-        }
+        m_resource.location = *sHref;
+        m_vKinds.push_back(Kind::LOCATION);
+        return hasUsableFileName(*sHref) ? Take::CHILDREN : Take::FAIL;
     }
-    const std::string sBase = baseName(resource.location);
-    if (resource.type == "primary" &&
+    if (sName == "checksum" || sName == "open-checksum") {
+        const auto sType = attributeOf(tag, "type");
+        if (!sType) {
+            logMessage(DEBUG, "failed parsing 'checksum' element");
+            return Take::FAIL;
+        }
+        const bool bOpen = sName != "checksum";
+        (bOpen ? m_resource.openChecksum : m_resource.checksum).type = *sType;
+        m_vKinds.push_back(bOpen ? Kind::OPEN_CHECKSUM : Kind::CHECKSUM);
+        return Take::TEXT;
+    }
+    if (sName == "timestamp") {
+        m_vKinds.push_back(Kind::TIMESTAMP);
+        return Take::TEXT;
+    }
+    return Take::NOTHING;
+}
+
+bool RepomdHandler::endElement(const std::string& sText)
+{
+    const Kind kind = m_vKinds.back();
+    m_vKinds.pop_back();
+    switch (kind) {
+        case Kind::CHECKSUM:
+            return tell(takeChecksum("checksum", sText, m_resource.checksum));
+        case Kind::OPEN_CHECKSUM:
+            return tell(takeChecksum("open-checksum", sText, m_resource.openChecksum));
+        case Kind::TIMESTAMP:
+            return tell(takeTimestamp(sText, m_resource.timestamp));
+        case Kind::DATA:
+            return tell(endData());
+        default:
+            return true;
+    }
+}
+
+bool RepomdHandler::endData()
+{
+    const std::string sBase = baseName(m_resource.location);
+    if (m_resource.type == "primary" &&
         (sBase == "packages" || sBase == baseName(k_pIndexLocation))) {
         logMessage(DEBUG, "'location' of 'data' element takes a place of the cache");
         return false;
     }
-    resource.localPath = sCacheDir + sBase;
+    m_resource.localPath = m_sCacheDir + sBase;
+    m_resources.insert(m_resource);
     return true;
-}
-
-/// Handles the reader's node and moves on.
-///
-/// @return as for xmlTextReaderRead(): 1 for another node, 0 at the end, negative for a failure.
-int parseNode(xmlTextReader* pReader, const std::string& sCacheDir, ResourceSet& resources)
-{
-    if (xmlTextReaderNodeType(pReader) != XML_READER_TYPE_ELEMENT) {
-        return xmlTextReaderRead(pReader);
-    }
-    const xmlChar* pName = xmlTextReaderConstLocalName(pReader);
-    const bool bOurs =
-        xmlStrEqual(xmlTextReaderConstNamespaceUri(pReader), xmlChars(k_pRepoNamespace)) != 0;
-    if (xmlTextReaderDepth(pReader) == 0 &&
-        !(bOurs && xmlStrEqual(pName, xmlChars("repomd")) != 0)) {
-        logMessage(DEBUG, "bad top-level element, '%s' instead of 'rempomd'", chars(pName));
-        return -1;
-    }
-    if (!bOurs || xmlStrEqual(pName, xmlChars("data")) == 0) {
-        return xmlTextReaderRead(pReader);
-    }
-    RepoResource resource;
-    const xmlNode* pElement = xmlTextReaderExpand(pReader);
-    if (pElement == nullptr || !parseData(pElement, sCacheDir, resource)) {
-        logMessage(DEBUG, "failed parsing 'data' element");
-        return -1;
-    }
-    resources.insert(std::move(resource));
-    return xmlTextReaderNext(pReader);
 }
 
 }  // namespace
 
 bool parseRepomd(const std::string& sCacheDir, ResourceSet& resources)
 {
-    const std::string sPath = sCacheDir + baseName(k_pIndexLocation);
-    if (!passesDtdGuard(sPath)) {
-        return false;
-    }
-    const XmlReader reader = openXmlReader(sPath);
-    if (reader == nullptr) {
-        return false;
-    }
-    int iRead = xmlTextReaderRead(reader.get());
-    while (iRead == 1) {
-        iRead = parseNode(reader.get(), sCacheDir, resources);
-    }
-    return iRead == 0;
+    RepomdHandler handler(sCacheDir, resources);
+    return handler.read(sCacheDir + baseName(k_pIndexLocation)) == Outcome::READ;
 }

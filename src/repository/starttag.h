@@ -14,9 +14,8 @@ struct StartTag {
     const xmlChar* uri;  ///< null if the element is in no namespace
     int declarationCount;
     const xmlChar** declarations;  ///< pairs of prefix and URI
-    int attributeCount;            ///< defaulted ones included
-    const xmlChar** attributes;    ///< local name, prefix, URI, begin and end of the value for each
-    bool fromEntity;               ///< out of an entity, not of the document itself
+    int attributeCount;
+    const xmlChar** attributes;  ///< local name, prefix, URI, begin and end of the value for each
 };
 
 /// An attribute without a prefix; nothing if it is missing.

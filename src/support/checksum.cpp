@@ -2,9 +2,8 @@
 
 #include "support/controls.h"
 #include "support/files.h"
+#include "support/gzipfile.h"
 #include "support/logger.h"
-
-#include <zlib.h>
 
 #include <cerrno>
 #include <cstdio>
@@ -14,11 +13,6 @@ namespace {
 
 constexpr std::size_t k_uBufferSize = 1024;
 constexpr std::size_t k_uReadAhead = 32768;  ///< of the stream: a page a call is dear
-
-struct GzipCloser {
-    void operator()(gzFile_s* pFile) const { gzclose(pFile); }
-};
-using GzipFile = std::unique_ptr<gzFile_s, GzipCloser>;
 
 void logOpenFailure(const std::string& sPath)
 {
@@ -47,14 +41,13 @@ bool digestPlain(const std::string& sPath, unsigned char* pBuffer, Sha1Context& 
 
 bool digestContents(const std::string& sPath, unsigned char* pBuffer, Sha1Context& context)
 {
-    errno = 0;
-    const GzipFile file(gzopen(sPath.c_str(), "rbe"));
-    if (file == nullptr) {
+    GzipFile file(sPath);
+    if (!file.isOpen()) {
         logOpenFailure(sPath);
         return false;
     }
     int iRead = 0;
-    while ((iRead = gzread(file.get(), pBuffer, k_uBufferSize)) > 0) {
+    while ((iRead = file.read(pBuffer, k_uBufferSize)) > 0) {
         sha1Update(context, pBuffer, static_cast<std::size_t>(iRead));
     }
     return iRead == 0;

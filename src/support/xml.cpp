@@ -34,6 +34,8 @@ void printPlace(void* /*pContext*/, const char* /*pMessage*/, xmlParserSeveritie
     }
 }
 
+int g_iLinesLeft = -1;  ///< negative: no limit
+
 /// Takes the pieces of a message in; prints each line when it is complete.
 __attribute__((format(printf, 2, 3))) void printMarked(void* /*pContext*/, const char* pFormat, ...)
 {
@@ -50,7 +52,10 @@ __attribute__((format(printf, 2, 3))) void printMarked(void* /*pContext*/, const
     std::free(pPiece);
     std::size_t uEnd = 0;
     while ((uEnd = s_sLine.find('\n')) != std::string::npos) {
-        std::fprintf(stderr, "libxml2: %s\n", printable(s_sLine.substr(0, uEnd)).c_str());
+        if (g_iLinesLeft != 0) {
+            std::fprintf(stderr, "libxml2: %s\n", printable(s_sLine.substr(0, uEnd)).c_str());
+            g_iLinesLeft -= g_iLinesLeft > 0 ? 1 : 0;
+        }
         s_sLine.erase(0, uEnd + 1);
     }
 }
@@ -60,6 +65,16 @@ __attribute__((format(printf, 2, 3))) void printMarked(void* /*pContext*/, const
 void markLibraryMessages()
 {
     xmlSetGenericErrorFunc(nullptr, printMarked);
+}
+
+LibraryMessageLimit::LibraryMessageLimit(int iLines)
+{
+    g_iLinesLeft = iLines;
+}
+
+LibraryMessageLimit::~LibraryMessageLimit()
+{
+    g_iLinesLeft = -1;
 }
 
 XmlReader openXmlReader(const std::string& sPath)

@@ -35,6 +35,16 @@ void refuseExternalEntities();
 /// of ours.
 void markLibraryMessages();
 
+/// While it lives, libxml2 prints at most so many lines on standard error: what a document makes it
+/// say can be many times as long as the document.
+class LibraryMessageLimit {
+public:
+    explicit LibraryMessageLimit(int iLines);
+    ~LibraryMessageLimit();
+    LibraryMessageLimit(const LibraryMessageLimit&) = delete;
+    LibraryMessageLimit& operator=(const LibraryMessageLimit&) = delete;
+};
+
 /// Reads an attribute that carries no namespace prefix.
 ///
 /// @param sValue  set to its value, which may be empty; unchanged on failure.

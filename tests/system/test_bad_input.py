@@ -110,16 +110,17 @@ def test_a_changed_primary_file_is_refused_and_fetched_anew(device):
     set_up(device)
     good = device.path(PRIMARY).read_bytes()
     assert device.run("--check-only").returncode == 0
-    for bad in (b"", good[:len(good) // 2], good[:-20], gzip.compress(b"<metadata/>"), os.urandom(5000)):
+    for bad in (b"", good[:len(good) // 2], good[:-5], gzip.compress(b"<metadata/>"), os.urandom(5000)):
         device.write(PRIMARY, bad)
         device.write(CACHE + "/primary.xml.gz", "damaged on disk")
-        result = device.run("--check-only")
-        assert result.lines[-5:] == [
+        lines, again = ([line for line in device.run("--check-only", *more).lines if not line.startswith("ERROR: failed while reading")]
+                        for more in ([], ["--cache-only"]))
+        assert lines[-5:] == [
             "WARNING: invalid checksum on 'repodata/primary.xml.gz'; retrying with bypass of http caches",
             "ERROR: invalid checksum on 'repodata/primary.xml.gz'",
             "ERROR: failed getting repository resource 'repodata/primary.xml.gz'",
             "ERROR: could not update repository data", EXIT], bad[:20]
-        assert device.run("--check-only", "--cache-only").lines[-3:] == [
+        assert again[-3:] == [
             "ERROR: invalid checksum on 'repodata/primary.xml.gz'", "ERROR: could not load repository data", EXIT]
     device.write(PRIMARY, good)
     assert device.run("--check-only").lines[-8:] == [*REPORT, "INFO: --- EXIT OK ---"]

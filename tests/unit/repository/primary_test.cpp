@@ -1,5 +1,6 @@
 #include "repository/primary.h"
 
+#include "support/signalnote.h"
 #include "support/xml.h"
 #include "testing/testing.h"
 
@@ -13,10 +14,9 @@
 namespace {
 
 /// A package with all that it may hold, and with elements in places where they do not count.
-const std::string k_sDocument = R"(<!DOCTYPE c:metadata [<!ENTITY o '&#111;'><!ENTITY b ' '>]>
-<c:metadata xmlns:c='http://linux.duke.edu/metadata/common'
+const std::string k_sDocument = R"(<c:metadata xmlns:c='http://linux.duke.edu/metadata/common'
  xmlns:r='http://linux.duke.edu/metadata/rpm'><package type='rpm'/><c:x><c:package type='rpm'>
-<name/><c:name>f<!-- c -->o<c:x>no</c:x>&o;</c:name><name xmlns='http://linux.duke.edu/metadata/common'/>
+<name/><c:name>f<!-- c -->o<c:x>no</c:x>&#111;</c:name><name xmlns='http://linux.duke.edu/metadata/common'/>
 <c:package type='rpm'><c:name/></c:package>
 <c:arch>noarch</c:arch><c:version epoch=' 2' ver='1.2' rel=''/>
 <c:checksum type='sha' pkgid='YES'>abc</c:checksum><c:location href='dir/foo.rpm'/>
@@ -127,10 +127,8 @@ TEST(Primary, judgesWhatDiffers)
         {"xmlns:c='", "xmlns:c='urn:", sFailed + sBadTop + "metadata' instead of 'metadata'\n"},
         {"xmlns:r='", "xmlns:r='urn:", sOne + sNoRpm + sNoRpm},
         {"<c:format>", "<c:format xmlns:r='urn:r'>", sOne + sNoRpm},
-        {"'&#111;'", "SYSTEM '/etc/passwd'", "ok fo-2:1.2, "},
         {"</c:metadata>", "", "failed foo-2:1.2, "},
         {"</c:package></c:x>", "<c:n", sFailed}};
-    refuseExternalEntities();
     for (const auto& [sPart, sNew, sExpected] : vCases) {
         EXPECT_EQ(parsed(replaced(k_sDocument, sPart, sNew), packageText), sExpected) << sNew;
     }
@@ -157,10 +155,10 @@ std::string archInTree(const std::string& sPath)
 TEST(Primary, takesTheTextThatATreeWouldHold)
 {
     const std::vector<std::string> vPieces = {
-        " ",   "a ", "<!-- c -->", "<?p i?>", "<![CDATA[b]]>", "<![CDATA[ ]]>", "<c:x> </c:x>",
-        "&o;", "&b;"};
+        " ",    "a ", "<!-- c -->", "<?p i?>", "<![CDATA[b]]>", "<![CDATA[ ]]>", "<c:x> </c:x>",
+        "&amp;"};
     std::vector<std::string> vTexts = {"", "<?p i?>a"};
-    for (std::size_t u = 0; u < 182; ++u) {  // each with up to three pieces behind it
+    for (std::size_t u = 0; u < 146; ++u) {  // each with up to three pieces behind it
         for (const std::string& sPiece : vPieces) {
             vTexts.push_back(vTexts[u] + sPiece);
         }
@@ -186,23 +184,26 @@ TEST(Primary, isNotExhausted)
         return allOf(
             std::vector<int>(static_cast<std::size_t>(iTimes)), [&](int) { return sText; }, "");
     };
-    const std::string sDocument =
-        replaced(k_sDocument, "'>]",
-                 "'><!ENTITY n '<c:name>n</c:name>'><!ENTITY l '" + times(2000, "<x/>") + "'>]");
     const std::string sLong =
-        "<r:entry name='l' flags='EQ' epoch='0' rel='' ver='" + std::string(4'500'000, '1');
+        "<r:entry name='l' flags='EQ' epoch='0' rel='' ver='" + std::string(50'000, '1');
+    const std::string sKib(1023, ' ');
     std::string sScopes;
-    for (int i = 0; i < 300; ++i) {
-        sScopes += " xmlns:n" + std::to_string(i) + "='u'";
+    for (int i = 0; i < 60; ++i) {
+        sScopes += " a" + std::to_string(i) + "='u' xmlns:n" + std::to_string(i) + "='u'";
     }
+    const std::string sTag = "failed DEBUG: tag of more than 64 KiB in metadata\n";
+    const std::string sMany = "failed DEBUG: too many attributes or namespaces in metadata\n";
     const std::pair<std::string, std::string> vCases[] = {
-        {"</c:package>&n;<c:package type='rpm'>", "failed 2, DEBUG: element out of an entity\n"},
-        {"<!ENTITY % p 'x'>]>", "failed DEBUG: parameter entity in document type declaration\n"},
-        {"<!ATTLIST c:x" + times(300, " a CDATA 'x'") + ">]>",
-         "failed DEBUG: too many attributes in document type declaration\n"},
-        {"&n;", "ok 2, "},  // an element out of an entity is nobody's child
-        {times(20000, "&l;"), "failed DEBUG: entities expand to too much\n"},
-        {"<c:format" + sScopes + "/>", "failed DEBUG: too many namespace declarations\n"},
+        {"<!DOCTYPE x>", "failed DEBUG: document type declaration in metadata\n"},
+        {"<c:format/>" + times(10, "<x " + times(63, sKib + " ") + "/>"), "ok 2, "},
+        {"<x " + times(64, sKib + " ") + "/>", sTag},
+        {"<x " + times(5000, sKib + " "), sTag},  // without an end
+        {"<!--" + times(5000, sKib + " ") + "-->", "ok 2, "},
+        {"<x><![CDATA[" + times(5000, sKib + " ") + "]]></x>", "ok 2, "},
+        {"<c:format" + sScopes + "/>", "ok 2, "},
+        {"<c:format" + times(5, " b='u'") + sScopes + "/>", "failed "},  // the same name twice
+        {"<c:format c='u' d='u' e='u' f='u' g='u'" + sScopes + "/>", sMany},
+        {times(5, "<y" + sScopes + ">") + times(5, "</y>"), sMany},
         {"<c:format><r:provides>" + times(20000, "<r:entry name='p'/>") + "</r:provides>" +
              times(20000, "<r:provides/>") + "</c:format>",
          "ok 3, "},
@@ -212,11 +213,20 @@ TEST(Primary, isNotExhausted)
         return std::to_string(package.provides.size());
     };
     for (const auto& [sNew, sExpected] : vCases) {
-        SCOPED_TRACE(sNew);
+        SCOPED_TRACE(sNew.substr(0, 80));
         EXPECT_EQ(
-            parsed(replaced(sDocument, sNew[1] == '!' ? "]>" : "<c:format/>", sNew), provides),
+            parsed(sNew[1] == '!' && sNew[2] == 'D' ? sNew + k_sDocument
+                                                    : replaced(k_sDocument, "<c:format/>", sNew),
+                   provides),
             sExpected);
     }
+    const LogCapture log;
+    PackageSet packages;
+    signalNoted = 1;
+    const TempDir dir;
+    EXPECT_FALSE(parsePrimary(
+        dir.write("p", replaced(k_sDocument, "<c:format/>", times(5000, "<x/>"))), "", packages));
+    signalNoted = 0;
 }
 
 }  // namespace
