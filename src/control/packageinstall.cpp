@@ -15,7 +15,7 @@ namespace {
 
 /// Gets the packages into the cache. A termination signal during the transfer simply ends the
 /// process; from here on a hangup is ignored.
-int downloadPackages(const Repository& repository, const PackageSet& updateSet)
+int downloadPackages(const Repository& repository, const UpdateSet& updateSet)
 {
     if (signalNoted != 0 || !ignoreHangup()) {
         return ResultError;
@@ -41,7 +41,7 @@ int downloadPackages(const Repository& repository, const PackageSet& updateSet)
 }
 
 /// Verifies the signatures, if the rpm database holds any public key to do it with.
-int verifyPackages(const Config& config, const PackageSet& updateSet)
+int verifyPackages(const Config& config, const Repository& repository, const UpdateSet& updateSet)
 {
     RpmDB database;
     // The reverse of how the list of packages is read: here headers are checked by default.
@@ -56,20 +56,21 @@ int verifyPackages(const Config& config, const PackageSet& updateSet)
     }
     logMessage(INFO, "verifying package signatures");
     for (const Package& package : updateSet) {
-        if (!database.verifyPackage(package.localPath)) {
+        if (!database.verifyPackage(repository.localPath(package))) {
             return ResultRetryUpdater;
         }
     }
     return ResultOk;
 }
 
-ChildProcess rpmProcess(const Config& config, const PackageSet& updateSet)
+ChildProcess rpmProcess(const Config& config, const Repository& repository,
+                        const UpdateSet& updateSet)
 {
     ChildProcess rpm("rpm");
     rpm.addArgument(config.test ? "--test" : "-v");
     rpm.addArgument("-U");
     for (const Package& package : updateSet) {
-        rpm.addArgument(package.localPath);
+        rpm.addArgument(repository.localPath(package));
     }
     return rpm;
 }
@@ -96,10 +97,10 @@ int judgeRpm(const Config& config, const ChildProcess& rpm)
     return config.test || config.noReboot ? ResultOk : ResultReboot;
 }
 
-int runRpm(const Config& config, const PackageSet& updateSet)
+int runRpm(const Config& config, const Repository& repository, const UpdateSet& updateSet)
 {
     logMessage(INFO, config.test ? "testing package(s) update" : "updating package(s)");
-    ChildProcess rpm = rpmProcess(config, updateSet);
+    ChildProcess rpm = rpmProcess(config, repository, updateSet);
     if (signalNoted != 0) {
         return ResultError;
     }
@@ -121,15 +122,15 @@ int runRpm(const Config& config, const PackageSet& updateSet)
 
 }  // namespace
 
-int installPackages(const Config& config, const Repository& repository, const PackageSet& updateSet)
+int installPackages(const Config& config, const Repository& repository, const UpdateSet& updateSet)
 {
     int iRet = downloadPackages(repository, updateSet);
     if (iRet == ResultOk && !config.noSigCheck) {
-        iRet = verifyPackages(config, updateSet);
+        iRet = verifyPackages(config, repository, updateSet);
     }
     if (iRet == ResultOk) {
         const std::string sCountText = std::to_string(static_cast<unsigned>(updateSet.size()));
         iRet = runHook(config.test ? "test" : "update", sCountText.c_str());
     }
-    return iRet == ResultOk ? runRpm(config, updateSet) : iRet;
+    return iRet == ResultOk ? runRpm(config, repository, updateSet) : iRet;
 }

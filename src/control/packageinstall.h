@@ -12,4 +12,4 @@
 ///
 /// @return as for runUpdatePass().
 [[nodiscard]] int installPackages(const Config& config, const Repository& repository,
-                                  const PackageSet& updateSet);
+                                  const UpdateSet& updateSet);

@@ -36,11 +36,11 @@ namespace {
 /// @param unsatisfied  filled with the requires that are missing in the end.
 /// @return             true if the set can be installed. What only rpm can judge, see
 ///                     isLeftToRpm(), may be missing. A noted signal ends the work early.
-[[nodiscard]] bool closeUpdateSet(const Resolver& resolver, const PackageSet& available,
-                                  PackageSet& updateSet, DependencySet& unsatisfied)
+[[nodiscard]] bool closeUpdateSet(Closure closure, DependencySet& unsatisfied)
 {
-    while (!resolver.checkDependencies(updateSet, unsatisfied)) {
-        if (!Resolver::resolveDependencies(available, unsatisfied, updateSet)) {
+    while (!closure.checkDependencies()) {
+        if (!closure.resolveDependencies()) {
+            unsatisfied = closure.unsatisfied();
             if (!Resolver::onlyFileRequires(unsatisfied)) {
                 return false;
             }
@@ -67,7 +67,7 @@ void logUnsatisfied(const DependencySet& unsatisfied)
 }
 
 /// True if this program is new enough for the set.
-bool isRunningNewEnough(const PackageSet& updateSet)
+bool isRunningNewEnough(const UpdateSet& updateSet)
 {
     const Dependency running = {"updater-running", parseEvr(k_pProgramVersion), EQUAL};
     DependencySet failed;
@@ -81,22 +81,22 @@ bool isRunningNewEnough(const PackageSet& updateSet)
 }
 
 /// Tells what kind of update the set is: of the firmware, or else of this program.
-void reportKind(const PackageSet& updateSet, const std::string& sReleasePackage)
+void reportKind(const UpdateSet& updateSet, const std::string& sReleasePackage)
 {
     const auto release = updateSet.find(sReleasePackage);
-    if (release != updateSet.end()) {
-        logMessage(INFO, "--- FIRMWARE %s-%s ---", release->evr.version.c_str(),
-                   release->evr.release.c_str());
+    if (release) {
+        logMessage(INFO, "--- FIRMWARE %s-%s ---", release->evr().version.c_str(),
+                   release->evr().release.c_str());
         return;
     }
     const auto updater = updateSet.find(k_pProgramName);
-    if (updater != updateSet.end()) {
-        logMessage(INFO, "--- UPDATER %s-%s ---", updater->evr.version.c_str(),
-                   updater->evr.release.c_str());
+    if (updater) {
+        logMessage(INFO, "--- UPDATER %s-%s ---", updater->evr().version.c_str(),
+                   updater->evr().release.c_str());
     }
 }
 
-void listUpdateSet(const Config& config, const PackageSet& updateSet)
+void listUpdateSet(const Config& config, const UpdateSet& updateSet)
 {
     logMessage(INFO, "%s update (%u packages):",
                config.checkOnly ? "need to"
@@ -104,7 +104,7 @@ void listUpdateSet(const Config& config, const PackageSet& updateSet)
                                 : "starting",
                static_cast<unsigned>(updateSet.size()));
     for (const Package& package : updateSet) {
-        logMessage(INFO, "\t%s", baseName(package.location).c_str());
+        logMessage(INFO, "\t%s", baseName(package.location()).c_str());
     }
 }
 
@@ -122,7 +122,10 @@ int runUpdatePass(const Config& config, const SelectionRules& rules, Repository&
         logMessage(ERROR, "could not initialize resolver");
         return ResultError;
     }
-    PackageSet updateSet = resolver.findNewerPackages(repository.packages, rules);
+    UpdateSet updateSet = resolver.findNewerPackages(repository.packages, rules);
+    if (signalNoted != 0) {
+        return ResultError;
+    }
     if (updateSet.empty()) {
         if (!config.quiet) {
             logMessage(INFO, "--- 0 UPDATE(S) ---");
@@ -131,7 +134,8 @@ int runUpdatePass(const Config& config, const SelectionRules& rules, Repository&
         return ResultOk;
     }
     DependencySet unsatisfied;
-    const bool bSatisfied = closeUpdateSet(resolver, repository.packages, updateSet, unsatisfied);
+    const bool bSatisfied =
+        closeUpdateSet(resolver.closure(repository.packages, updateSet), unsatisfied);
     if (signalNoted != 0) {
         return ResultError;
     }

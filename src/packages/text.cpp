@@ -36,6 +36,13 @@ public:
         return {pEntry + sizeof(uLength), uLength};
     }
 
+    [[nodiscard]] std::size_t bytes() const
+    {
+        return m_uBytes + m_vTable.capacity() * sizeof(Slot);
+    }
+
+    [[nodiscard]] std::uint64_t secret() const { return m_uSecret; }
+
     std::uint32_t find(std::string_view sText)
     {
         if (sText.empty()) {
@@ -127,6 +134,7 @@ private:
         }
         const std::size_t uSize = uUnits > k_uChunkUnits ? uUnits : k_uChunkUnits;
         m_vChunks.push_back(std::make_unique_for_overwrite<char[]>(uSize * k_uUnit));
+        m_uBytes += uSize * k_uUnit;
         m_uCurrent = m_vChunks.size() - 1;
         m_uUsed = 0;
     }
@@ -135,12 +143,23 @@ private:
     std::vector<Slot> m_vTable;  ///< with open addressing; the size is a power of two
     /// Odd, and of this process: whoever chooses the names cannot make them crowd one part of the table.
     std::uint64_t m_uSecret = newSecret();
+    std::size_t m_uBytes = 0;    ///< of all chunks
     std::size_t m_uCurrent = 0;  ///< the chunk that is being filled
     std::size_t m_uUsed = 0;     ///< units used in it
     std::size_t m_uCount = 0;    ///< strings in the table
 };
 
 }  // namespace
+
+std::uint64_t textSecret()
+{
+    return TextStore::instance().secret();
+}
+
+std::size_t textBytes()
+{
+    return TextStore::instance().bytes();
+}
 
 Text::Text(std::string_view sText) : m_uId(TextStore::instance().find(sText)) {}
 

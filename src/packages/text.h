@@ -2,6 +2,7 @@
 
 #include <compare>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -24,9 +25,24 @@ public:
     [[nodiscard]] std::string str() const { return std::string(view()); }
     [[nodiscard]] bool empty() const { return m_uId == 0; }
 
+    /// Tells it from all others of the process, in no order.
+    [[nodiscard]] std::uint32_t id() const { return m_uId; }
+
     friend bool operator==(Text a, Text b) { return a.m_uId == b.m_uId; }
     friend std::strong_ordering operator<=>(Text a, Text b);
 
 private:
     std::uint32_t m_uId = 0;  ///< place in the store, in units of 4 bytes; 0 is the empty string
 };
+
+template <>
+struct std::hash<Text> {
+    std::size_t operator()(Text sText) const { return sText.id(); }
+};
+
+/// An odd number that nobody outside the process can know: what keeps a hash table from being
+/// crowded by chosen names.
+std::uint64_t textSecret();
+
+/// Bytes that all texts of the process take.
+std::size_t textBytes();

@@ -104,7 +104,7 @@ bool Repository::fetchResource(Downloader& downloader, const RepoResource& resou
     return fetch == Fetch::GOOD;
 }
 
-bool Repository::fetchPackages(const PackageSet& updateSet) const
+bool Repository::fetchPackages(const UpdateSet& updateSet) const
 {
     if (m_sUri.empty()) {
         logMessage(ERROR, "no repository URI set, cannot get packages");
@@ -125,15 +125,16 @@ bool Repository::fetchPackages(const PackageSet& updateSet) const
     }
     downloader.setNotifier(&notifier);
     for (const Package& package : updateSet) {
-        const auto isGood = [&] { return package.checksum.checkFile(package.localPath); };
-        if (isReadable(package.localPath) && isGood()) {
+        const std::string sLocation(package.location());
+        const std::string sPath = localPath(package);
+        const Checksum checksum = package.checksum();
+        const auto isGood = [&] { return checksum.checkFile(sPath); };
+        if (isReadable(sPath) && isGood()) {
             continue;
         }
-        const Fetch fetch =
-            fetchFile(downloader, package.location, package.localPath, package.localPath, isGood);
+        const Fetch fetch = fetchFile(downloader, sLocation, sPath, sPath, isGood);
         if (fetch == Fetch::NOT_TRANSFERRED) {
-            logMessage(ERROR, "failed getting package '%s' from repository",
-                       package.location.c_str());
+            logMessage(ERROR, "failed getting package '%s' from repository", sLocation.c_str());
         }
         if (fetch != Fetch::GOOD) {
             return false;

@@ -21,15 +21,15 @@ bool hasUsableFileName(std::string_view sLocation)
     return true;
 }
 
-bool haveDistinctFiles(const PackageSet& packages)
+bool haveDistinctFiles(const UpdateSet& packages)
 {
-    std::map<std::string_view, const Package*> files;
+    std::map<std::string, Package> files;
     for (const Package& package : packages) {
-        const auto [it, bInserted] = files.emplace(package.localPath, &package);
+        const auto [it, bInserted] = files.emplace(baseName(package.location()), package);
         if (!bInserted) {
             logMessage(ERROR, "packages %s and %s have the same file name '%s'",
-                       packageText(*it->second).c_str(), packageText(package).c_str(),
-                       baseName(package.localPath).c_str());
+                       packageText(it->second).c_str(), packageText(package).c_str(),
+                       it->first.c_str());
             return false;
         }
     }

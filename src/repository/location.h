@@ -1,6 +1,6 @@
 #pragma once
 
-#include "packages/package.h"
+#include "packages/updateset.h"
 
 #include <string_view>
 
@@ -15,4 +15,4 @@
 [[nodiscard]] bool hasUsableFileName(std::string_view sLocation);
 
 /// True if no two packages would take each other's place in the cache; otherwise logged at ERROR.
-[[nodiscard]] bool haveDistinctFiles(const PackageSet& packages);
+[[nodiscard]] bool haveDistinctFiles(const UpdateSet& packages);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "packages/package.h"
+#include "packages/packageset.h"
 
 #include <string>
 
@@ -10,8 +10,6 @@
 ///
 /// Needs the rpm configuration, which knows the architectures of the machine.
 ///
-/// @param sPackagesDir  directory of the package cache, with its slash.
-/// @param packages      what was read in front of a failure stays in it.
-/// @return              true for a clean end of the document.
-[[nodiscard]] bool parsePrimary(const std::string& sPath, const std::string& sPackagesDir,
-                                PackageSet& packages);
+/// @param packages  empty. What was read in front of a failure is in it, then.
+/// @return          true for a clean end of the document.
+[[nodiscard]] bool parsePrimary(const std::string& sPath, PackageSet& packages);

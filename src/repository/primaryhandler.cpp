@@ -15,6 +15,12 @@ namespace {
 constexpr const char* k_pCommonNamespace = "http://linux.duke.edu/metadata/common";
 constexpr const char* k_pRpmNamespace = "http://linux.duke.edu/metadata/rpm";
 
+/// The most entries of one list. Real packages have up to some ten thousand.
+constexpr std::size_t k_uMaxDependencies = 1'000'000;
+
+/// The most that the packages of a repository may take in memory; 60,000 take a fifth of it.
+constexpr std::size_t k_uMaxBytes = std::size_t{240} << 20U;
+
 /// Marks a part of a package as read. False if it was there before.
 [[nodiscard]] bool firstTime(bool& bRead)
 {
@@ -97,7 +103,7 @@ PrimaryHandler::Kind PrimaryHandler::startPackage(const StartTag& tag)
 std::optional<PrimaryHandler::Kind> PrimaryHandler::startPackageChild(const StartTag& tag)
 {
     const std::string_view sName = tag.name;
-    Package& package = m_draft.package;
+    PackageRecord& package = m_draft.package;
     if (sName == "name") {
         return firstTime(m_draft.hasName) ? std::optional(Kind::NAME) : std::nullopt;
     }
@@ -177,10 +183,14 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startEntry(const StartTag& t
     }
     logMessage(TRACE, "%s", dependencyText(*entry).c_str());
     const Kind list = m_vKinds.back();
-    std::vector<Dependency>& vEntries = list == Kind::PROVIDES   ? m_draft.provides
-                                        : list == Kind::REQUIRES ? m_draft.requires_
-                                                                 : m_draft.obsoletes;
+    std::vector<Dependency>& vEntries = list == Kind::PROVIDES   ? m_draft.package.provides
+                                        : list == Kind::REQUIRES ? m_draft.package.requires_
+                                                                 : m_draft.package.obsoletes;
     vEntries.push_back(*entry);
+    if (vEntries.size() > k_uMaxDependencies) {
+        logMessage(DEBUG, "too many dependencies of a package");
+        return {};
+    }
     return Kind::ENTRY;
 }
 
@@ -205,7 +215,7 @@ bool PrimaryHandler::endText(Kind kind, const std::string& sText)
                            : kind == Kind::ARCH     ? "arch"
                            : kind == Kind::CHECKSUM ? "checksum"
                                                     : "group";
-    Package& package = m_draft.package;
+    PackageRecord& package = m_draft.package;
     if (sText.empty()) {
         logNoText(pElement);
         if (kind == Kind::CHECKSUM) {
@@ -234,17 +244,16 @@ bool PrimaryHandler::endPackage()
     if (!m_draft.hasName || !m_draft.hasVersion || !m_draft.hasLocation || !m_draft.hasChecksum) {
         return false;
     }
-    Package& package = m_draft.package;
-    const std::string sFile = baseName(package.location);
-    package.localPath = m_sPackagesDir + sFile;
     if (rpmMachineScore(RPM_MACHTABLE_INSTARCH, m_draft.arch.c_str()) == 0) {
-        logMessage(WARNING, "skipping package '%s' of non-compatible arch '%s'", sFile.c_str(),
-                   printable(m_draft.arch).c_str());
+        logMessage(WARNING, "skipping package '%s' of non-compatible arch '%s'",
+                   baseName(m_draft.package.location).c_str(), printable(m_draft.arch).c_str());
         return true;
     }
-    package.provides.insertAll(std::move(m_draft.provides));
-    package.requires_.insertAll(std::move(m_draft.requires_));
-    package.obsoletes.insertAll(std::move(m_draft.obsoletes));
-    m_packages.insertEqual(std::move(package));
+    m_packages.insertEqual(m_draft.package);
+    if (m_packages.bytes() + textBytes() > k_uMaxBytes) {
+        logMessage(ERROR, "packages of the repository take more than %u MiB of memory",
+                   static_cast<unsigned>(k_uMaxBytes >> 20U));
+        return false;
+    }
     return true;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "packages/package.h"
+#include "packages/packageset.h"
 #include "repository/document.h"
 
 #include <optional>
@@ -16,10 +16,7 @@
 class PrimaryHandler : public Document {
 public:
     /// @param packages  receives the packages; must outlive the handler.
-    PrimaryHandler(std::string sPackagesDir, PackageSet& packages)
-        : m_sPackagesDir(std::move(sPackagesDir)), m_packages(packages)
-    {
-    }
+    explicit PrimaryHandler(PackageSet& packages) : m_packages(packages) {}
 
 private:
     /// What an open element is to us. IGNORED ones are passed over.
@@ -42,11 +39,8 @@ private:
 
     /// One `package` element under way.
     struct Draft {
-        Package package;
+        PackageRecord package;
         std::string arch;
-        std::vector<Dependency> provides;  ///< of all lists, in the order of the file
-        std::vector<Dependency> requires_;
-        std::vector<Dependency> obsoletes;
         bool hasName = false;
         bool hasArch = false;
         bool hasVersion = false;
@@ -66,7 +60,6 @@ private:
     [[nodiscard]] bool endText(Kind kind, const std::string& sText);
     [[nodiscard]] bool endPackage();
 
-    std::string m_sPackagesDir;
     PackageSet& m_packages;
     std::vector<Kind> m_vKinds;  ///< of the open elements
     Draft m_draft;

@@ -1,6 +1,7 @@
 #include "repository/repository.h"
 
 #include "repository/primary.h"
+#include "support/files.h"
 #include "support/logger.h"
 
 #include <dirent.h>
@@ -102,11 +103,16 @@ bool Repository::loadPrimary(bool bVerify)
         logMessage(ERROR, "invalid checksum on '%s'", pPrimary->location.c_str());
         return false;
     }
-    if (!parsePrimary(pPrimary->localPath, m_sPackagesDir, packages)) {
+    if (!parsePrimary(pPrimary->localPath, packages)) {
         logMessage(ERROR, "failed parsing repository resource '%s'", pPrimary->location.c_str());
         return false;
     }
     return true;
+}
+
+std::string Repository::localPath(const Package& package) const
+{
+    return m_sPackagesDir + baseName(package.location());
 }
 
 bool Repository::cleanPackages() const

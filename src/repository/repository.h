@@ -2,7 +2,8 @@
 
 #include "config/config.h"
 #include "net/downloader.h"
-#include "packages/package.h"
+#include "packages/packageset.h"
+#include "packages/updateset.h"
 #include "repository/repomd.h"
 
 #include <string>
@@ -38,8 +39,11 @@ public:
     /// at the first failure and leaves in the cache what it has. Nothing is transferred if rpm would
     /// not find just these files under their paths.
     ///
-    /// @return true if every package stands at its `localPath` and fits its checksum.
-    [[nodiscard]] bool fetchPackages(const PackageSet& updateSet) const;
+    /// @return true if every package stands at its localPath() and fits its checksum.
+    [[nodiscard]] bool fetchPackages(const UpdateSet& updateSet) const;
+
+    /// Where the file of a package lies in the cache, if it is there.
+    [[nodiscard]] std::string localPath(const Package& package) const;
 
     /// Removes all files of the package directory; goes on past one that cannot be removed.
     ///

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "packages/package.h"
+#include "packages/packageset.h"
+#include "packages/updateset.h"
 
 /// Which names and groups one pass may select.
 struct SelectionRules {
@@ -17,25 +18,7 @@ struct SelectionRules {
 /// excluded with it, and what a selected package obsoletes leaves the set.
 ///
 /// @param available  everything the repository offers, several versions of a name in file order.
-/// @return           the update set: copies, at most one package of a name; possibly empty.
-[[nodiscard]] PackageSet selectNewerPackages(const InstalledPackageSet& installed,
-                                             const PackageSet& available,
-                                             const SelectionRules& rules);
-
-/// The newest package of the run of equal names that begins at `it`; the first of equal versions.
-///
-/// @param it  moved behind the run.
-template <typename Newer>
-PackageSet::const_iterator bestOfRun(PackageSet::const_iterator& it,
-                                     const PackageSet::const_iterator& end, Newer compare)
-{
-    auto best = it;
-    for (++it; it != end && it->name == best->name; ++it) {
-        const bool bNewer = compareEvr(it->evr, best->evr) > 0;
-        compare(*best, *it, bNewer);
-        if (bNewer) {
-            best = it;
-        }
-    }
-    return best;
-}
+/// @return           the update set: handles into `available`, possibly none. Unfinished if a signal is noted.
+[[nodiscard]] UpdateSet selectNewerPackages(const InstalledPackageSet& installed,
+                                            const PackageSet& available,
+                                            const SelectionRules& rules);

@@ -41,7 +41,7 @@ private:
 };
 
 bool readDependencyList(Header header, rpmTagVal nameTag, rpmTagVal flagsTag, rpmTagVal versionTag,
-                        DependencySet& set)
+                        std::vector<Dependency>& vEntries)
 {
     const TagData names(header, nameTag);
     const TagData flags(header, flagsTag);
@@ -54,8 +54,6 @@ bool readDependencyList(Header header, rpmTagVal nameTag, rpmTagVal flagsTag, rp
         names.count() != versions.count()) {
         return false;
     }
-    std::vector<Dependency> vEntries;
-    vEntries.reserve(names.count());
     for (rpm_count_t u = 0; u < names.count(); ++u) {
         const std::uint32_t uFlags = flags.values<std::uint32_t>()[u];
         if ((uFlags & k_uRpmlibFlags) != 0) {
@@ -72,7 +70,6 @@ bool readDependencyList(Header header, rpmTagVal nameTag, rpmTagVal flagsTag, rp
                    pVersion != nullptr ? pVersion : "", uFlags, dependencyText(entry).c_str());
         vEntries.push_back(entry);
     }
-    set.insertAll(std::move(vEntries));
     return true;
 }
 
@@ -107,13 +104,15 @@ bool readEpoch(Header header, std::int32_t& iEpoch)
     return true;
 }
 
-bool readDependencies(Header header, rpmTagVal nameTag, DependencySet& set)
+bool readDependencies(Header header, rpmTagVal nameTag, std::vector<Dependency>& vEntries)
 {
     bool bOk = false;
     if (nameTag == RPMTAG_REQUIRENAME) {
-        bOk = readDependencyList(header, nameTag, RPMTAG_REQUIREFLAGS, RPMTAG_REQUIREVERSION, set);
+        bOk = readDependencyList(header, nameTag, RPMTAG_REQUIREFLAGS, RPMTAG_REQUIREVERSION,
+                                 vEntries);
     } else if (nameTag == RPMTAG_PROVIDENAME) {
-        bOk = readDependencyList(header, nameTag, RPMTAG_PROVIDEFLAGS, RPMTAG_PROVIDEVERSION, set);
+        bOk = readDependencyList(header, nameTag, RPMTAG_PROVIDEFLAGS, RPMTAG_PROVIDEVERSION,
+                                 vEntries);
     } else {
         logMessage(ERROR, "unrecognized dependency tag %i", nameTag);
         return false;
@@ -124,7 +123,7 @@ bool readDependencies(Header header, rpmTagVal nameTag, DependencySet& set)
     return bOk;
 }
 
-bool readPackage(Header header, InstalledPackage& package)
+bool readPackage(Header header, PackageRecord& package)
 {
     if (!readStringTag(header, RPMTAG_NAME, package.name) ||
         !readStringTag(header, RPMTAG_VERSION, package.evr.version) ||

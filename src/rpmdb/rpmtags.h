@@ -16,16 +16,17 @@
 /// @return        false if it is of another type or a list (logged at ERROR).
 [[nodiscard]] bool readEpoch(Header header, std::int32_t& iEpoch);
 
-/// Adds a list of dependencies to a set, without those on features of rpm itself and those that
+/// Adds a list of dependencies, without those on features of rpm itself and those that
 /// carry the old bit of a prerequisite. A package need not have the list.
 ///
 /// @param nameTag  RPMTAG_REQUIRENAME or RPMTAG_PROVIDENAME, which tells the list.
-/// @param set      unchanged on failure.
+/// @param vEntries  unchanged on failure.
 /// @return         false if the three tags of the list do not fit together (logged at ERROR).
-[[nodiscard]] bool readDependencies(Header header, rpmTagVal nameTag, DependencySet& set);
+[[nodiscard]] bool readDependencies(Header header, rpmTagVal nameTag,
+                                    std::vector<Dependency>& vEntries);
 
 /// Reads what the system keeps of an installed package.
 ///
 /// @param package  a fresh record; in part filled on failure.
 /// @return         false if a tag is missing or malformed (logged at ERROR).
-[[nodiscard]] bool readPackage(Header header, InstalledPackage& package);
+[[nodiscard]] bool readPackage(Header header, PackageRecord& package);

@@ -76,14 +76,15 @@ std::unique_ptr<InstalledPackageSet> readPackages(rpmts ts)
 {
     auto packages = std::make_unique<InstalledPackageSet>();
     const bool bComplete = walkPackages(ts, [&](Header header, Text& sName) {
-        InstalledPackage package;
+        PackageRecord package;
         if (!readPackage(header, package)) {
             return false;
         }
         sName = package.name;
-        packages->insertEqual(std::move(package));
+        packages->insertEqual(package);
         return true;
     });
+    packages->sort();
     return bComplete ? std::move(packages) : nullptr;
 }
 

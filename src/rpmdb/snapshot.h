@@ -1,6 +1,6 @@
 #pragma once
 
-#include "packages/package.h"
+#include "packages/packageset.h"
 
 #include <rpm/rpmtypes.h>
 

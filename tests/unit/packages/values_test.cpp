@@ -1,3 +1,4 @@
+#include "packages/updateset.h"
 #include "testing/packages.h"
 #include "testing/testing.h"
 
@@ -93,20 +94,39 @@ TEST(DependencySet, isOrderedAndKeepsTheFirstOfEqualOnes)
     EXPECT_EQ(allOf(many, dependencyText).find('.'), std::string::npos);
 }
 
-TEST(NamedSet, insertsEqualOnesInOrderOrUniqueOnes)
+TEST(PackageSet, ordersByNameAndKeepsTheOrderOfArrival)
 {
     PackageSet set;
-    for (const auto& [pName, pEvr] : {std::pair("b", "2-1"), {"a", "-1"}, {"b", "1"}, {"b", "3"}}) {
-        set.insertEqual(makePackage(pName, pEvr));
+    for (const auto& [pName, pEvr] : {std::pair("long-name-b", "2-1"),
+                                      {"a", "-1"},
+                                      {"long-name-b", "1"},
+                                      {"long-name-a", "7"},
+                                      {"long-name-b", "3"}}) {
+        PackageRecord package = makePackage(pName, pEvr);
+        package.requires_ = parseDependencies("z = 1, a, z = 1");
+        package.provides = parseDependencies(std::string("p = ") + pEvr);
+        package.location = pEvr;
+        package.checksum = {"5", "sha"};
+        set.insertEqual(package);
     }
-    EXPECT_EQ(allOf(set, packageText), "a-, b-0:2-1, b-0:1, b-0:3, ");
-    set.erase(set.find("b"));
-    EXPECT_EQ(allOf(set, packageText), "a-, b-0:1, b-0:3, ");
-    set.eraseName("b");
-    EXPECT_TRUE(set.insertUnique(makePackage("b", "1")).second);
-    const auto [present, bAdded] = set.insertUnique(makePackage("b", "2"));
-    EXPECT_EQ(packageText(*present) + (bAdded ? " added " : " ") + allOf(set, packageText),
-              "b-0:1 a-, b-0:1, ");
+    set.sort();
+    EXPECT_EQ(allOf(set, packageText),
+              "a-, long-name-a-0:7, long-name-b-0:2-1, long-name-b-0:1, long-name-b-0:3, ");
+    EXPECT_EQ(set.range("long-name-b"), (std::pair<std::uint32_t, std::uint32_t>(2, 5)));
+    EXPECT_EQ(set.range("b"), (std::pair<std::uint32_t, std::uint32_t>(1, 1)));
+    EXPECT_EQ(set.table().dependencies.size(), 7U);  // each once
+    EXPECT_EQ(allOf(set[3].needs(), dependencyText) + allOf(set[3].provides(), dependencyText),
+              "a, z = 0:1, p = 0:1, ");
+    EXPECT_EQ(std::string(set[4].location()) + set[4].checksum().type + set[4].checksum().value,
+              "3sha5");
+
+    UpdateSet updates;
+    EXPECT_TRUE(updates.insertUnique(set[4]).second);
+    const auto [present, bAdded] = updates.insertUnique(set[2]);
+    EXPECT_TRUE(present == set[4] && !bAdded && updates.insertUnique(set[0]).second);
+    EXPECT_EQ(allOf(updates, packageText), "a-, long-name-b-0:3, ");
+    updates.eraseName("a");
+    EXPECT_TRUE(updates.find("long-name-b") && !updates.find("a"));
 }
 
 TEST(Text, holdsOneCopyOfEveryString)

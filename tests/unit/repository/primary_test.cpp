@@ -38,10 +38,10 @@ std::string describe(const Package& package)
     const auto entry = [](const Dependency& dependency) {
         return dependencyText(dependency) + "|" + std::to_string(dependency.flags);
     };
-    return packageText(package) + " " + package.group.str() + " " + package.location + " " +
-           package.localPath + " " + package.checksum.type + " " + package.checksum.value + "\nR " +
-           allOf(package.requires_, entry) + "\nP " + allOf(package.provides, entry) + "\nO " +
-           allOf(package.obsoletes, entry);
+    return packageText(package) + " " + package.group().str() + " " +
+           std::string(package.location()) + " " + package.checksum().type + " " +
+           package.checksum().value + "\nR " + allOf(package.needs(), entry) + "\nP " +
+           allOf(package.provides(), entry) + "\nO " + allOf(package.obsoletes(), entry);
 }
 
 /// Reads a primary file. Returns whether that went well, the packages and the log.
@@ -52,14 +52,14 @@ std::string parsed(const std::string& sDocument, ToText toText)
     const TempDir dir;
     const LogCapture log;
     PackageSet packages;
-    const bool bOk = parsePrimary(dir.write("p", sDocument), "/cache/", packages);
+    const bool bOk = parsePrimary(dir.write("p", sDocument), packages);
     return (bOk ? "ok " : "failed ") + allOf(packages, toText) + log.text();
 }
 
 TEST(Primary, readsAllOfAPackage)
 {
     EXPECT_EQ(parsed(k_sDocument, describe),
-              "ok foo-2:1.2 Net dir/foo.rpm /cache/foo.rpm sha abc\n"
+              "ok foo-2:1.2 Net dir/foo.rpm sha abc\n"
               "R a-rpmlib(|0, b > 0:1|4, z <= 0:1|10, \nP any|0, foo = 2:1.2-3|8, \n"
               "O o < 0:1|2, o >= 0:1|12, , ");
     const std::string sEnd = "</c:x></c:metadata>";
@@ -70,7 +70,7 @@ TEST(Primary, readsAllOfAPackage)
               "ok foo-2:1.2, foo-2:1.3-1, foo-2:1.2, ");  // in order
     const LogCapture log;
     PackageSet packages;
-    EXPECT_FALSE(parsePrimary("/none", "", packages));
+    EXPECT_FALSE(parsePrimary("/none", packages));
     EXPECT_EQ(log.text(), "ERROR: could not open primary file '/none' for parsing\n");
 }
 
@@ -169,7 +169,7 @@ TEST(Primary, takesTheTextThatATreeWouldHold)
         const std::string sPath = dir.write("p", replaced(k_sDocument, "noarch", sText));
         LogCapture log;
         PackageSet packages;
-        const bool bOk = parsePrimary(sPath, "", packages);
+        const bool bOk = parsePrimary(sPath, packages);
         const std::string sTree = archInTree(sPath);
         EXPECT_EQ(bOk, sTree != "nothing") << sText;
         if (bOk) {
@@ -210,7 +210,7 @@ TEST(Primary, isNotExhausted)
         {"<c:format><r:provides>" + sLong + "1'/>" + sLong + "2'/></r:provides></c:format>",
          "ok 3, "}};
     const auto provides = [](const Package& package) {
-        return std::to_string(package.provides.size());
+        return std::to_string(package.provides().size());
     };
     for (const auto& [sNew, sExpected] : vCases) {
         SCOPED_TRACE(sNew.substr(0, 80));
@@ -225,7 +225,7 @@ TEST(Primary, isNotExhausted)
     signalNoted = 1;
     const TempDir dir;
     EXPECT_FALSE(parsePrimary(
-        dir.write("p", replaced(k_sDocument, "<c:format/>", times(5000, "<x/>"))), "", packages));
+        dir.write("p", replaced(k_sDocument, "<c:format/>", times(5000, "<x/>"))), packages));
     signalNoted = 0;
 }
 

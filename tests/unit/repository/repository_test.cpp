@@ -132,15 +132,19 @@ TEST_F(RepositoryTest, tellsWhyARefreshCannotBegin)
 
 TEST_F(RepositoryTest, fetchesWhatTheCacheLacks)
 {
-    PackageSet updateSet;
-    for (const std::string sName : {"cached", "damaged", "missing"}) {
-        Package package = makePackage(sName, "1");
-        package.location = "repodata/" + sName;
-        package.localPath =
-            dir.write("base/packages/" + sName, sName == "cached" ? primary : "old");
+    PackageSet packages;
+    for (const std::string sName : {"cached", "damaged", "missing", "twin"}) {
+        PackageRecord package = makePackage(sName, "1");
+        package.location = sName == "twin" ? "other/missing" : "repodata/" + sName;
         package.checksum = {sum, "sha"};
-        updateSet.insertEqual(package);
+        packages.insertEqual(package);
+        dir.write("base/packages/" + sName, sName == "cached" ? primary : "old");
         dir.write("remote/repodata/" + sName, primary);
+    }
+    packages.sort();
+    UpdateSet updateSet;
+    for (std::uint32_t u = 0; u < 3; ++u) {
+        updateSet.insertUnique(packages[u]);
     }
     std::filesystem::remove(dir.file("base/packages/missing"));
     std::filesystem::remove(dir.file("remote/repodata/cached"));
@@ -149,14 +153,12 @@ TEST_F(RepositoryTest, fetchesWhatTheCacheLacks)
               primary + primary);
 
     LogCapture log(INFO);
-    Package twin = makePackage("twin", "2");
-    twin.localPath = dir.file("base/packages/missing");
-    updateSet.insertEqual(twin);
+    updateSet.insertUnique(packages[3]);
     EXPECT_FALSE(Repository(config, repoConfig).fetchPackages(updateSet));
     repoConfig.id = "b*se";
     EXPECT_FALSE(Repository(config, repoConfig).fetchPackages({}));
     EXPECT_EQ(replaced(log.text(), dir.path(), ""),
-              "ERROR: packages missing-0:1 and twin-0:2 have the same file name 'missing'\n"
+              "ERROR: packages missing-0:1 and twin-0:1 have the same file name 'missing'\n"
               "ERROR: cannot use package directory '/b*se/packages/' "
               "(rpm would expand its name)\n");
 }

@@ -1,5 +1,7 @@
 #include "rpmdb/rpmtags.h"
 
+#include "packages/packageset.h"
+
 #include "testing/testing.h"
 
 #include <gtest/gtest.h>
@@ -29,12 +31,15 @@ std::string readValues(std::vector<rpmtd_s> vValues)
     headerPutString(header.get(), RPMTAG_VERSION, "1.0");
     headerPutString(header.get(), RPMTAG_RELEASE, "2");
     const LogCapture log;
-    InstalledPackage package;
-    const bool bOk = readPackage(header.get(), package);
+    PackageRecord record;
+    const bool bOk = readPackage(header.get(), record);
+    PackageSet packages;
+    packages.insertEqual(record);
     const auto entryText = [](const Dependency& entry) {
         return dependencyText(entry) + " " + std::to_string(entry.flags);
     };
-    return bOk ? packageText(package) + " " + allOf(package.requires_, entryText) : log.text();
+    return bOk ? packageText(packages[0]) + " " + allOf(packages[0].needs(), entryText)
+               : log.text();
 }
 
 TEST(RpmTags, readsSingleValuesByTheirType)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "packages/package.h"
+#include "packages/packageset.h"
 
 #include <sstream>
 
@@ -23,9 +23,9 @@ inline std::vector<Dependency> parseDependencies(const std::string& sList)
     return vEntries;
 }
 
-inline Package makePackage(const std::string& sName, const std::string& sEvr)
+inline PackageRecord makePackage(const std::string& sName, const std::string& sEvr)
 {
-    Package package;
+    PackageRecord package;
     package.name = sName;
     package.evr = parseEvr(sEvr);
     return package;
