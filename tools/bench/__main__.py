@@ -1,105 +1,101 @@
-"""Time and memory of a check against a large repository, beside what reading the same file costs.
+"""Time and memory of a check against large repositories, beside the limits of the libraries and other
+tools for the same job.
 
-All rows of a table come from the same run, in turn, so that their ratios mean something on any
-machine. Exit code 1 if a target is missed."""
+All rows of a table come from the same run, in turn, so that their ratios mean something on any machine.
+Exit code 1 if a target is missed, or if something did not find the updates that there are."""
 
-import json
+import argparse
+import math
 import os
-import shutil
+import platform
+import re
+import subprocess
 import sys
+import time
 from pathlib import Path
 
 from device import cache, scene
 from device.device import Device
 
-from . import generate, measure, transfer
+from . import generate, jobs, measure, report, transfer
+from .bed import Bed
 
-ROUNDS = 5
-COUNTS = (1_000, 10_000, 60_000)
-CACHE = "/var/cache/updater/base"
-CHECK = "/device/bin/updater --check-only --cache-only"
-MIB = 1 << 20
+ROUNDS = {1_000: 15, 10_000: 9, 60_000: 5, 240_000: 3}
 
 
-def _judged(value: float, limit: float, text: str) -> str:
-    """A line's end: the target, and whether it is met."""
-    return f"{text}  {'met' if value <= limit else 'MISSED'}"
-
-
-def _measure_check(device: Device, count: int) -> tuple[list[dict[str, float]], str]:
-    """The rows of the check, of xmllint and of sha1sum, and what the program reported."""
-    source = Path(generate.__file__).read_text(encoding="utf-8")
-    metadata = cache.entry(f"bench/{cache.name_for(source, count)}",
-                           lambda draft: generate.write_metadata(draft, generate.packages(count), count))
-    shutil.copytree(metadata, device.path(CACHE), dirs_exist_ok=True)
-    result = device.run("--check-only", "--cache-only", timeout=600)
-    report = next((line for line in result.reports if line.endswith("UPDATE(S) ---")), "")
-    if result.returncode != 0 or not report or report == "--- 0 UPDATE(S) ---":
-        sys.exit(f"the check of {count} packages failed:\n{result.stderr[-2000:]}")
-    primary = f"{CACHE}/primary.xml.gz"
-    commands = [CHECK, f"/usr/bin/xmllint --stream --noout {primary}", f"/usr/bin/sha1sum {primary}"]
-    quoted = " ".join(f"'{command}'" for command in commands)
-    done = device.shell(f"/usr/bin/python3 -I -S /device/measure.py {ROUNDS} {quoted}", timeout=600, PATH="/device/bin")
-    if done.returncode != 0:
-        sys.exit(done.stderr)
-    return json.loads(done.stdout), report
-
-
-def _bench_check() -> list[str]:
-    lines = []
-    each: list[tuple[int, dict[str, float], float]] = []  # count, the check's row, its ratio to xmllint
-    with Device(scene.program()) as device:
-        print(f"installing {generate.INSTALLED} packages (kept for the next time)", file=sys.stderr)
-        device.install(*generate.installed())
-        device.configure()
-        device.write("/device/measure.py", Path(measure.__file__).read_bytes())
-        for count in COUNTS:
-            print(f"measuring with {count} packages", file=sys.stderr)
-            table, report = _measure_check(device, count)
-            each.append((count, table[0], table[0]["cpu"] / table[1]["cpu"]))
-        size = device.path(f"{CACHE}/primary.xml.gz").stat().st_size / MIB
-    base = table[1]["cpu"]
-    ends = [_judged(table[0]["cpu"] / base, 1.5, "at most 1.50") + "; "
-            + _judged(table[0]["memory"], 100, "at most 100 MiB"), "", ""]
-    lines += [f"{COUNTS[-1]:,} packages, primary file of {size:.0f} MiB, {generate.INSTALLED:,} installed, {report}",
-              "",
-              f"{'':36}{'cpu':>9}{'wall':>9}{'ratio':>8}{'memory':>11}"]
-    for name, row, end in zip((CHECK.removeprefix("/device/bin/"), "xmllint --stream --noout", "sha1sum"), table, ends):
-        lines.append(f"{name:36}{row['cpu']:7.2f} s{row['wall']:7.2f} s{row['cpu'] / base:8.2f}"
-                     f"{row['memory']:7.0f} MiB  {end}".rstrip())
-    lines += ["", f"{'packages':>12}{'cpu':>9}{'a package':>12}{'ratio':>8}{'memory':>11}"]
-    for count, row, ratio in each:
-        lines.append(f"{count:12,}{row['cpu']:7.2f} s{row['cpu'] / count * 1e6:9.1f} us{ratio:8.2f}"
-                     f"{row['memory']:7.0f} MiB")
-    growth = each[-1][2] / each[-2][2]
-    lines.append(_judged(growth, 1.1, f"the ratio grows by a factor of {growth:.2f} from {COUNTS[-2]:,} to "
-                                      f"{COUNTS[-1]:,} packages, at most 1.10"))
-    return lines
+def _bench_checks(options: argparse.Namespace) -> tuple[report.Results, list[str]]:
+    """The figures, and the lines with the tables."""
+    results: report.Results = {}
+    lines: list[str] = []
+    sizes = {report.LARGE, *(report.SIZES if options.peers else ()), *(report.GROWTH if options.growth else ())}
+    with Bed() as bed:
+        for names in sorted(sizes):
+            print(f"measuring with {names:,} names", file=sys.stderr)
+            repository = bed.offer(names)
+            peers = options.peers and names in report.SIZES
+            tasks = jobs.checks(jobs.TOOLS if peers else ["updater"], names)
+            if names <= report.LARGE:
+                tasks |= jobs.analyses(names) | jobs.limits(names, repository.open_size, repository.digest)
+            if options.growth and names == report.GROWTH[0]:
+                tasks |= jobs.header_checks(names)
+            results[names] = bed.measure(ROUNDS[names], tasks)
+            lines += [f"{names:,} names, {generate.package_count(names):,} packages, {repository.size / 1e6:.1f} MB gzip, "
+                      f"{repository.open_size / 1e6:.0f} MB open; {generate.INSTALLED:,} installed, "
+                      f"{len(set().union(*generate.updates(names)))} updates:",
+                      "", report.measured(results[names])]
+    return results, lines
 
 
 def _bench_digest() -> list[str]:
+    """A row of the targets."""
     program = cache.PROJECT / "build/release/sha1-bench"
-    if not program.exists():
-        return [f"no {program.name}: SHA-1 not measured"]
     with Device(scene.program()) as device:
-        file = device.write("/tmp/large", os.urandom(200_000_000))
-        own, other = measure.rows(ROUNDS, [[str(program), str(file)], ["/usr/bin/sha1sum", str(file)]])
-    ratio = own["cpu"] / other["cpu"]
-    return [f"SHA-1 of 200 MB: own {own['cpu']:.2f} s, sha1sum {other['cpu']:.2f} s, ratio {ratio:.2f}  "
-            + _judged(ratio, 1.5, "at most 1.50")]
+        file = str(device.write("/tmp/large", os.urandom(200_000_000)))
+        own, other = measure.rows(5, [{"command": [str(program), file]}, {"command": ["/usr/bin/sha1sum", file]}])
+    right = all(one.split() == two.split()[:1] for one, two in zip(own["outputs"], other["outputs"]))
+    return report.judged("SHA-1 of 200 MB, of sha1sum's time", own["cpu"] / other["cpu"] if right else math.nan, 1.5)
 
 
 def _bench_transfer() -> list[str]:
-    own, other = transfer.measured(3 * ROUNDS)  # short ones, which vary more
-    return [f"{transfer.COUNT} packages of {transfer.SIZE // 1000} KB over HTTP: own {own:.2f} s, curl {other:.2f} s, "
-            f"ratio {own / other:.2f}  " + _judged(own / other, 1.3, "at most 1.30")]
+    own, other = transfer.measured(15)  # short ones, which vary more
+    return report.judged(f"{transfer.COUNT} packages of {transfer.SIZE // 1000} KB over HTTP, of curl's time",
+                         own / other, 1.3)
+
+
+def _put_out(*command: str) -> str:
+    return subprocess.run(command, capture_output=True, text=True, check=True).stdout.strip()
+
+
+def _circumstances(load: float) -> str:
+    """When and on what it was measured, and how busy that was before."""
+    cpu = Path("/proc/cpuinfo").read_text(encoding="utf-8")
+    model = re.search(r"^model name\s*: (.*?)\s*$", cpu, re.MULTILINE)
+    versions = _put_out("dpkg-query", "--show", "--showformat=, ${Package} ${Version}",
+                        "dnf", "zypper", "libxml2", "librpm9", "zlib1g")
+    return (f"Measured on {time.strftime('%Y-%m-%d')} at commit {_put_out('git', 'describe', '--always', '--dirty')}, on "
+            f"{os.cpu_count()} cores of {model[1] if model else platform.machine()} with a load of {load:.1f} by others, "
+            f"Linux {platform.release()}{versions}.")
 
 
 def main() -> int:
+    parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__, allow_abbrev=False)
+    parser.add_argument("--peers", action="store_true", help="dnf and zypper beside it, at three sizes")
+    parser.add_argument("--growth", action="store_true", help="up to 240,000 names; and --check-db-headers beside librpm")
+    parser.add_argument("--plot", action="store_true", help="both, into docs/performance.md and docs/performance.svg")
+    options = parser.parse_args()
+    options.peers |= options.plot
+    options.growth |= options.plot
     scene.tidy_up_on_signals()
-    lines = [*_bench_check(), "", *_bench_digest(), *_bench_transfer()]
+    load = os.getloadavg()[0]
+    results, lines = _bench_checks(options)
+    judged = [*report.targets(results), _bench_digest(), _bench_transfer()]
+    lines += ["Targets:", "", report.table([["", "figure", "target", ""], *judged])]
     print("\n".join(lines))
-    return 1 if any("MISSED" in line for line in lines) else 0
+    failed = any(row.error for rows in results.values() for row in rows.values())
+    if options.plot and not failed:
+        report.write_document("\n".join([_circumstances(load), "", *lines]))
+        report.plot(results)
+    return 1 if failed or any(row[-1] == "MISSED" for row in judged) else 0
 
 
 if __name__ == "__main__":

@@ -1,5 +1,6 @@
 """A repository as large as real ones are, and the packages of a device that uses it. Seeded: the same
-everywhere. Names and versions repeat as they do in real repositories."""
+everywhere. What real ones repeat is repeated here: of 1.4 million dependencies of 60,000 names three of
+four stand there more than once, and a fifth of the names have more than one version."""
 
 import gzip
 import hashlib
@@ -11,13 +12,20 @@ from xml.sax.saxutils import quoteattr
 from device.packages import Package
 
 INSTALLED = 2000
-NOT_INSTALLED = range(950, 1000)  # small libraries that only updates need
+REPLACING = range(940, 948)  # not installed; each obsoletes an installed package
+CHAINED = range(948, 1000)  # not installed: libraries that only updates need, in chains of four
+FIRST_FREE = INSTALLED + len(REPLACING) + len(CHAINED)  # from here on nothing is installed
 CORE = ("libc.so.6()(64bit)", "libc.so.6(GLIBC_2.34)(64bit)", "libm.so.6()(64bit)", "rtld(GNU_HASH)",
         "libgcc_s.so.1()(64bit)", "libstdc++.so.6()(64bit)", "/usr/bin/perl", "config(system)")
-RPMLIB = ("CompressedFileNames", "FileDigests", "PayloadFilesHavePrefix")
+RPMLIB = [(f"rpmlib({feature})", "LE", "4.0-1") for feature in
+          ("CompressedFileNames", "FileDigests", "PayloadFilesHavePrefix")]
 SYLLABLES = "kde gtk lib perl python ruby font data util core net sql mail xml doc image audio video crypt test".split()
 WORDS = ("the package holds files needed to develop applications with a library that gives access to data "
          "of several formats and protocols for use in programs on small and large systems it is fast").split()
+WORDS += [first + second for first in SYLLABLES for second in SYLLABLES]
+SIGNS = {"EQ": "=", "GE": ">=", "LT": "<"}
+
+Entry = tuple[str, str, str]  # name, flags as in the metadata, version and release; the latter may be empty
 
 
 def _name(number: int) -> str:
@@ -30,60 +38,98 @@ def _library(number: int) -> str:
 
 
 def _is_installed(number: int) -> bool:
-    return number < INSTALLED + len(NOT_INSTALLED) and number not in NOT_INSTALLED
+    return number < FIRST_FREE and number not in REPLACING and number not in CHAINED
 
 
-def _version(number: int, newer: bool) -> str:
-    return f"{1 + number % 5}.{number % 23}.{1 if newer else 0}"
+def _replaced(number: int) -> int:
+    """The installed package that one of REPLACING obsoletes; no update of its own is there."""
+    return 7 * (number - REPLACING[0]) + 1
 
 
-def _provides(number: int, version: str) -> list[tuple[str, str]]:
-    name = _name(number)
-    entries = [(name, version), (f"{name}(x86-64)", version), (f"pkgconfig({name})", version),
-               (_library(number), ""), (f"cmake({name.title()})", version), (f"mimehandler({name})", "")]
-    return entries + [(core, "") for core in CORE if number == 0]
+def _version(number: int, step: int) -> str:
+    """Step 0 is what is installed, if the name is; those below are older, step 1 is newer."""
+    return f"{3 + number % 7 + min(step, 0)}.{number % 47}.{2 * (number % 59) + max(step, 0)}"
 
 
-def _requires(number: int, newer: bool) -> list[tuple[str, str]]:
-    """About twelve. What an installed package requires is installed; an update may need a library more."""
+def _steps(number: int) -> list[int]:
+    """The versions in the repository: the newest first or last."""
+    newest = 1 if number % 7 == 0 else 0
+    steps = [newest - age for age in range(1 + (number % 5 == 1) + (number % 45 == 1))]
+    return steps if number % 2 else steps[::-1]
+
+
+def _provides(number: int, step: int) -> list[Entry]:
+    name, version = _name(number), _version(number, step) + "-1"
+    entries = [(text, "EQ", version) for text in
+               (name, f"{name}(x86-64)", f"pkgconfig({name})", f"cmake({name.title()})")]
+    entries += [(_library(number), "", "")] + [(f"mimehandler(x-{number % 400})", "", "")] * (number % 5 < 3)
+    if number in REPLACING:
+        old = _replaced(number)
+        entries += [(_name(old), "EQ", _version(old, 1) + "-1"), (_library(old), "", "")]
+    return entries + [(core, "", "") for core in CORE if number == 0]
+
+
+def _requires(number: int, step: int) -> list[Entry]:
+    """About thirteen. What an installed package requires is installed; an update may need libraries more."""
     chance = random.Random(number)
-    entries = [(core, "") for core in chance.sample(CORE, 4)] + [("/bin/sh", "")]
-    entries += [(f"rpmlib({feature})", "4.0-1") for feature in RPMLIB]
-    if number not in NOT_INSTALLED:
-        others = [int(940 * chance.random() ** 3) for _ in range(5)]  # some are needed by very many
-        entries += [(_library(other), "") if other % 3 else (_name(other), "1.0") for other in set(others)]
-    if newer and number % 5 == 0:
-        entries.append((_library(NOT_INSTALLED[number % len(NOT_INSTALLED)]), ""))
+    entries = [(core, "", "") for core in chance.sample(CORE, 4)] + [("/bin/sh", "", "")]
+    reach = REPLACING[0] if number < FIRST_FREE else number
+    for other in {int(reach * chance.random() ** 3) for _ in range(5)}:  # some are needed by very many
+        entries.append((_library(other), "", "") if other % 3 else (_name(other), "GE", _version(other, -1)))
+    if step == 1 and number % 5 == 0:
+        entries.append((_library(CHAINED[number // 35 * 4 % len(CHAINED)]), "", ""))
+    if number in CHAINED and (number - CHAINED[0]) % 4 < 3:
+        entries.append((_library(number + 1), "", ""))
     return entries
+
+
+def _obsoletes(number: int, step: int) -> list[Entry]:
+    if number in REPLACING and step == max(_steps(number)):
+        return [(_name(_replaced(number)), "LT", _version(_replaced(number), 1))]
+    return [(f"{_name(number)}-compat", "LT", _version(number, step))] if number % 6 == 3 else []
 
 
 def installed() -> list[Package]:
     """The packages of the device, all older than or the same as those of the repository."""
-    return [Package(_name(number), f"{_version(number, False)}-1", key="",
-                    requires=tuple(f"{name} >= {version}" if version else name for name, version in
-                                   _requires(number, False) if not name.startswith("rpmlib(")),
-                    provides=tuple(f"{name} = {version}" if version else name for name, version in
-                                   _provides(number, _version(number, False))[1:]))
-            for number in range(INSTALLED + len(NOT_INSTALLED)) if _is_installed(number)]
+    def relations(entries: list[Entry]) -> tuple[str, ...]:
+        return tuple(f"{name} {SIGNS[flags]} {version}" if version else name for name, flags, version in entries)
+    return [Package(_name(number), f"{_version(number, 0)}-1", key="", requires=relations(_requires(number, 0)),
+                    provides=relations(_provides(number, 0)[1:]))
+            for number in range(FIRST_FREE) if _is_installed(number)]
 
 
-def _entries(kind: str, flags: str, entries: list[tuple[str, str]]) -> str:
+def updates(count: int) -> tuple[set[str], set[str], set[str]]:
+    """What an update of the device has to find, as NAME-VERSION-RELEASE: newer versions of what is
+    installed, what obsoletes something installed, and what those need besides."""
+    newer = [number for number in range(min(count, FIRST_FREE)) if number % 7 == 0 and _is_installed(number)]
+    needed = {CHAINED[number // 35 * 4 % len(CHAINED)] + link for number in newer if number % 5 == 0 for link in range(4)}
+    return tuple({f"{_name(number)}-{_version(number, number % 7 == 0)}-1" for number in numbers}
+                 for numbers in (newer, REPLACING, needed))
+
+
+def _entries(kind: str, entries: list[Entry]) -> str:
+    if not entries:
+        return ""
     lines = [f"    <rpm:{kind}>"]
-    for name, evr in entries:
+    for name, flags, evr in entries:
         version, _, release = evr.partition("-")
         text = f' flags="{flags}" epoch="0" ver="{version}"' if version else ""
         text += f' rel="{release}"' if release else ""
         lines.append(f"      <rpm:entry name={quoteattr(name)}{text}/>")
-    return "\n".join([*lines, f"    </rpm:{kind}>"])
+    return "\n".join([*lines, f"    </rpm:{kind}>\n"])
 
 
-def _package(number: int) -> str:
+def content_of(package: str) -> bytes:
+    """What stands in for the file of a package, so that its checksum fits."""
+    return package.encode()
+
+
+def _package(number: int, step: int) -> str:
     chance = random.Random(-1 - number)
-    name, newer = _name(number), number % 7 == 0
-    version = _version(number, newer)
-    digest = hashlib.sha1(name.encode()).hexdigest()
+    name, version = _name(number), _version(number, step)
+    digest = hashlib.sha1(content_of(f"{name}-{version}-1")).hexdigest()
     size = chance.randrange(10_000, 5_000_000)
-    description = " ".join(chance.choices(WORDS, k=chance.randrange(20, 100))).capitalize()
+    description = " ".join(chance.choices(WORDS, k=chance.randrange(15, 80))).capitalize()
     places = chance.sample(("bin", "sbin", "etc", "lib"), 2)
     files = "\n".join(f"    <file>/usr/{place}/{name}</file>" for place in places)
     return f"""<package type="rpm">
@@ -105,17 +151,22 @@ def _package(number: int) -> str:
     <rpm:buildhost>build{number % 40}.example.invalid</rpm:buildhost>
     <rpm:sourcerpm>{name}-{version}-1.src.rpm</rpm:sourcerpm>
     <rpm:header-range start="4504" end="{4504 + size // 50}"/>
-{_entries("provides", "EQ", _provides(number, version + "-1"))}
-{_entries("requires", "GE", _requires(number, newer))}
+{_entries("provides", _provides(number, step))}\
+{_entries("requires", _requires(number, step) + RPMLIB)}\
+{_entries("obsoletes", _obsoletes(number, step))}\
 {files}
   </format>
 </package>
 """
 
 
-def packages(count: int) -> Iterator[str]:
-    """The `package` elements of a repository of that size."""
-    return map(_package, range(count))
+def package_count(names: int) -> int:
+    return sum(len(_steps(number)) for number in range(names))
+
+
+def packages(names: int) -> Iterator[str]:
+    """The `package` elements of a repository with that many names."""
+    return (_package(number, step) for number in range(names) for step in _steps(number))
 
 
 def _primary(elements: Iterable[str], count: int) -> Iterator[bytes]:
@@ -127,13 +178,13 @@ def _primary(elements: Iterable[str], count: int) -> Iterator[bytes]:
 
 
 def write_metadata(directory: Path, elements: Iterable[str], count: int) -> None:
-    """Writes repomd.xml and primary.xml.gz of `count` packages into one directory, as in a cache."""
-    content = hashlib.sha1()
+    """Writes repomd.xml and primary.xml.gz of `count` packages into one directory."""
+    content, size = hashlib.sha1(), 0
     primary = directory / "primary.xml.gz"
     with gzip.GzipFile(primary, "wb", compresslevel=6, mtime=0) as file:
         for part in _primary(elements, count):
             content.update(part)
-            file.write(part)
+            size += file.write(part)
     digest = hashlib.sha1(primary.read_bytes()).hexdigest()
     (directory / "repomd.xml").write_text(f"""<?xml version="1.0" encoding="UTF-8"?>
 <repomd xmlns="http://linux.duke.edu/metadata/repo">
@@ -142,6 +193,8 @@ def write_metadata(directory: Path, elements: Iterable[str], count: int) -> None
     <open-checksum type="sha">{content.hexdigest()}</open-checksum>
     <location href="repodata/primary.xml.gz"/>
     <timestamp>1700000000</timestamp>
+    <size>{primary.stat().st_size}</size>
+    <open-size>{size}</open-size>
   </data>
 </repomd>
 """)
