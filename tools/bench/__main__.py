@@ -11,6 +11,7 @@ import platform
 import re
 import subprocess
 import sys
+import textwrap
 import time
 from pathlib import Path
 
@@ -52,7 +53,7 @@ def _bench_digest() -> list[str]:
     with Device(scene.program()) as device:
         file = str(device.write("/tmp/large", os.urandom(200_000_000)))
         own, other = measure.rows(5, [{"command": [str(program), file]}, {"command": ["/usr/bin/sha1sum", file]}])
-    right = all(one.split() == two.split()[:1] for one, two in zip(own["outputs"], other["outputs"]))
+    right = all(one["output"].split() == two["output"].split()[:1] for one, two in zip(own["runs"], other["runs"]))
     return report.judged("SHA-1 of 200 MB, of sha1sum's time", own["cpu"] / other["cpu"] if right else math.nan, 1.5)
 
 
@@ -66,15 +67,16 @@ def _put_out(*command: str) -> str:
     return subprocess.run(command, capture_output=True, text=True, check=True).stdout.strip()
 
 
-def _circumstances(load: float) -> str:
-    """When and on what it was measured, and how busy that was before."""
+def _circumstances() -> str:
+    """When, what and on what is measured, and how busy that is before."""
     cpu = Path("/proc/cpuinfo").read_text(encoding="utf-8")
     model = re.search(r"^model name\s*: (.*?)\s*$", cpu, re.MULTILINE)
     versions = _put_out("dpkg-query", "--show", "--showformat=, ${Package} ${Version}",
                         "dnf", "zypper", "libxml2", "librpm9", "zlib1g")
-    return (f"Measured on {time.strftime('%Y-%m-%d')} at commit {_put_out('git', 'describe', '--always', '--dirty')}, on "
-            f"{os.cpu_count()} cores of {model[1] if model else platform.machine()} with a load of {load:.1f} by others, "
-            f"Linux {platform.release()}{versions}.")
+    return textwrap.fill(
+        f"Measured on {time.strftime('%Y-%m-%d')} at commit {_put_out('git', 'describe', '--always', '--dirty')}, on "
+        f"{os.cpu_count()} cores of {model[1] if model else platform.machine()} (load before: {os.getloadavg()[0]:.1f}), "
+        f"Linux {platform.release()}{versions}.", 110, break_on_hyphens=False)
 
 
 def main() -> int:
@@ -86,14 +88,14 @@ def main() -> int:
     options.peers |= options.plot
     options.growth |= options.plot
     scene.tidy_up_on_signals()
-    load = os.getloadavg()[0]
+    circumstances = _circumstances() if options.plot else ""
     results, lines = _bench_checks(options)
     judged = [*report.targets(results), _bench_digest(), _bench_transfer()]
     lines += ["Targets:", "", report.table([["", "figure", "target", ""], *judged])]
     print("\n".join(lines))
     failed = any(row.error for rows in results.values() for row in rows.values())
     if options.plot and not failed:
-        report.write_document("\n".join([_circumstances(load), "", *lines]))
+        report.write_document("\n".join([circumstances, "", *lines]))
         report.plot(results)
     return 1 if failed or any(row[-1] == "MISSED" for row in judged) else 0
 

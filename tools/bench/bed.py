@@ -19,6 +19,7 @@ from device.device import Device
 from . import generate, jobs, measure
 
 NOTHING = "#!/bin/sh\n"
+LOG = "/srv/nginx/access"
 
 
 class Row(NamedTuple):
@@ -93,43 +94,28 @@ class Bed:
     def measure(self, rounds: int, tasks: dict[str, jobs.Job]) -> dict[str, Row]:
         """Measures the jobs in turn. A job that did not do its work gives no figures."""
         self._device.write("/device/jobs", json.dumps([dataclasses.asdict(job) | {"found": ""} for job in tasks.values()]))
-        log = self._device.path("/srv/nginx/access")
-        seen = len(log.read_text().splitlines())
-        done = self._device.shell(f"/usr/bin/python3 -I -S /device/measure.py {rounds} </device/jobs", timeout=7200)
+        done = self._device.shell(f"/usr/bin/python3 -I -S /device/measure.py {rounds} {LOG} </device/jobs", timeout=7200)
         if done.returncode != 0:
             sys.exit(done.stderr)
-        requests = log.read_text().splitlines()[seen:]
         rows = {}
         for (name, job), row in zip(tasks.items(), json.loads(done.stdout)):
-            same = [other for other in tasks.values() if other.agent == job.agent]
-            error = wrong_result(job, row) or wrong_requests(
-                job.agent, requests, (rounds + 1) * len(same), (rounds + 1) * sum(other.fetches for other in same))
+            error = next(filter(None, (fault(job, **run) for run in row["runs"])), "")
             if error:
                 print(f"ERROR: {name}: {error}", file=sys.stderr)
             rows[name] = Row(error=error) if error else Row(row["wall"], row["cpu"], row["memory"])
         return rows
 
 
-def wrong_result(job: jobs.Job, row: dict) -> str:
-    """What is wrong with any of a job's runs; empty if each found exactly what it had to."""
-    expected = collections.Counter(job.expected)
-    for status, output in zip(row["statuses"], row["outputs"]):
-        if status != job.status:
-            return f"exit status {status}: {' '.join(output.split())[-200:]}"
-        found = collections.Counter(job.found(output))
-        if found != expected:
-            return (f"found {(found & expected).total()} of {expected.total()}, and {(found - expected).total()} others: "
-                    f"{sorted((found - expected) + (expected - found))[:3]}")
-    return ""
-
-
-def wrong_requests(agent: str, requests: list[str], runs: int, fetches: int) -> str:
-    """What is wrong with the web server's log of a tool's runs: each asks for the index, and only those
-    that know no metadata fetch the primary file."""
-    if not agent:
-        return ""
-    own = [line.split("|")[1:3] for line in requests if line.split("|")[3].startswith(agent)]
-    index, primary = (own.count([f"/repo/repodata/{name}", "200"]) for name in ("repomd.xml", "primary.xml.gz"))
-    if index < runs or primary != fetches:
-        return f"{runs} runs, of which {fetches} fetch: index asked for {index} times, primary file {primary} times"
+def fault(job: jobs.Job, status: int, output: str, requests: str) -> str:
+    """What is wrong with a run; empty if it found exactly what it had to, asked for the index, and fetched
+    the primary file once if it did not know it."""
+    if status != job.status:
+        return f"exit status {status}: {' '.join(output.split())[-200:]}"
+    expected, found = collections.Counter(job.expected), collections.Counter(job.found(output))
+    if found != expected:
+        return (f"found {(found & expected).total()} of {expected.total()}, and {(found - expected).total()} others: "
+                f"{sorted((found - expected) + (expected - found))[:3]}")
+    index, primary = (requests.count(f"|/repo/repodata/{name}|200|") for name in ("repomd.xml", "primary.xml.gz"))
+    if (index > 0, primary) != (job.fetches is not None, 1 if job.fetches else 0):
+        return f"asked for the index {index} times and for the primary file {primary} times"
     return ""

@@ -26,23 +26,20 @@ FILES = {"/etc/dnf/dnf.conf": "[main]\n", "/etc/yum.repos.d/base.repo": REPOSITO
 
 @dataclasses.dataclass(frozen=True)
 class Job:
-    """One command. `found` takes from its output what must be `expected`. What the web server sees of
-    it is told by `agent`: the index asked for, and behind it the primary file if it `fetches`."""
+    """One command. `found` takes from its output what must be `expected`."""
 
     command: list[str]
     found: Callable[[str], list[str]]
     expected: list[str]
     before: str = ""  # shell script, not measured
     status: int = 0
-    agent: str = ""
-    fetches: bool = False
+    fetches: bool | None = None  # the primary file, or only asks for the index; None: nothing of both
 
 
 @dataclasses.dataclass(frozen=True)
 class Tool:
-    """Something that looks for updates. `agent` begins its User-Agent."""
+    """Something that looks for updates."""
 
-    agent: str
     command: list[str]
     clear: str  # forgets the metadata
     pattern: str  # of a line that names an update: name and version, or all in one
@@ -53,11 +50,11 @@ class Tool:
 
 
 TOOLS = {
-    "updater": Tool("/1.1 ", [*UPDATER.split(), "--check-only"], "rm -rf /var/cache/updater/*",
+    "updater": Tool([*UPDATER.split(), "--check-only"], "rm -rf /var/cache/updater/*",
                     r"^INFO: \t(\S+)\.noarch\.rpm$"),
-    "dnf": Tool("libdnf ", ["/usr/bin/dnf", "--refresh", "check-update"], "rm -rf /var/cache/dnf/*",
+    "dnf": Tool(["/usr/bin/dnf", "--refresh", "check-update"], "rm -rf /var/cache/dnf/*",
                 r"^(\S+)\.noarch\s+(\S+)\s+base\s*$", status=100),
-    "zypper": Tool("ZYpp ", ["/bin/sh", "-c", "zypper -n refresh && exec zypper -n list-updates"],
+    "zypper": Tool(["/bin/sh", "-c", "zypper -n refresh && exec zypper -n list-updates"],
                    "rm -rf /var/cache/zypp/raw /var/cache/zypp/solv/base /var/cache/zypp/pubkeys",
                    r"^v \| base +\| (\S+) +\| \S+ +\| (\S+) +\| noarch$"),
 }
@@ -73,7 +70,7 @@ def checks(tools: Iterable[str], names: int) -> dict[str, Job]:
         tool = TOOLS[name]
         for kind, before in (("first", tool.clear), ("repeated", "")):
             jobs[f"{name} {kind}"] = Job(tool.command, tool.found, sorted(updates[name]), before, tool.status,
-                                         tool.agent, fetches=kind == "first")
+                                         fetches=kind == "first")
     return jobs
 
 
@@ -81,7 +78,7 @@ def analyses(names: int) -> dict[str, Job]:
     """A run that analyses three times, first and repeated."""
     tool = TOOLS["updater"]
     expected = sorted(3 * list(set().union(*generate.updates(names))))
-    return {f"three {kind}": Job(THREE.split(), tool.found, expected, before + CACHED_PACKAGES, tool.status, tool.agent,
+    return {f"three {kind}": Job(THREE.split(), tool.found, expected, before + CACHED_PACKAGES, tool.status,
                                  fetches=kind == "first")
             for kind, before in (("first", tool.clear + " && "), ("repeated", ""))}
 

@@ -1,5 +1,5 @@
 """Runs jobs in turn, several rounds, and prints as JSON what each took and put out. Stands alone, so
-that it can run in the device: measure.py ROUNDS <JOBS. Jobs are as rows() takes them, in JSON."""
+that it can run in the device: measure.py ROUNDS LOG <JOBS. Jobs are as rows() takes them, in JSON."""
 
 import json
 import os
@@ -29,23 +29,25 @@ def run_once(command: list[str]) -> tuple[float, float, int, int, str]:
                 os.waitstatus_to_exitcode(status), Path(output.name).read_text(errors="replace"))
 
 
-def rows(rounds: int, jobs: list[dict]) -> list[dict]:
+def rows(rounds: int, jobs: list[dict], log: str = os.devnull) -> list[dict]:
     """The medians for each job: its "command", in front of which the shell script "before" runs
-    unmeasured. One round in front isn't counted: it fills the kernel's caches. Exit statuses and
-    outputs are those of all rounds."""
+    unmeasured. One round in front isn't counted: it fills the kernel's caches. Exit statuses, outputs
+    and what came into the file `log` meanwhile are those of all rounds."""
     results: list[list[tuple]] = []
-    for _ in range(rounds + 1):
-        results.append([])
-        for job in jobs:
-            subprocess.run(["/bin/sh", "-c", job.get("before", "")], check=True)
-            results[-1].append(run_once(job["command"]))
+    with open(log, encoding="utf-8") as requests:
+        for _ in range(rounds + 1):
+            results.append([])
+            for job in jobs:
+                subprocess.run(["/bin/sh", "-c", job.get("before", "")], check=True)
+                requests.seek(0, os.SEEK_END)
+                results[-1].append((*run_once(job["command"]), requests.read()))
     table = []
     for runs in zip(*results):
         cpu, wall, memory = (statistics.median(column) for column in list(zip(*runs[1:]))[:3])
         table.append({"cpu": cpu, "wall": wall, "memory": memory / 1024,
-                      "statuses": [run[3] for run in runs], "outputs": [run[4] for run in runs]})
+                      "runs": [dict(zip(("status", "output", "requests"), run[3:])) for run in runs]})
     return table
 
 
 if __name__ == "__main__":
-    print(json.dumps(rows(int(sys.argv[1]), json.load(sys.stdin))))
+    print(json.dumps(rows(int(sys.argv[1]), json.load(sys.stdin), sys.argv[2])))
