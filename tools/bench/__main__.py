@@ -90,7 +90,7 @@ def main() -> int:
     scene.tidy_up_on_signals()
     circumstances = _circumstances() if options.plot else ""
     results, lines = _bench_checks(options)
-    judged = [*report.targets(results), _bench_digest(), _bench_transfer()]
+    judged = [*report.targets(results, complete=options.plot), _bench_digest(), _bench_transfer()]
     lines += ["Targets:", "", report.table([["", "figure", "target", ""], *judged])]
     print("\n".join(lines))
     failed = any(row.error for rows in results.values() for row in rows.values())

@@ -25,8 +25,7 @@ LOG = "/srv/nginx/access"
 class Row(NamedTuple):
     """The medians of a job, or what it did wrong in place of them."""
 
-    wall: float = math.nan  # seconds, as is cpu
-    cpu: float = math.nan
+    wall: float = math.nan  # seconds
     memory: float = math.nan  # MiB, of the largest process
     error: str = ""
 
@@ -53,8 +52,8 @@ class Bed:
     """Context manager. One repository is offered at a time."""
 
     def __init__(self) -> None:
-        memory = Path(tempfile.mkdtemp(prefix="device-", dir="/dev/shm"))  # a disk's own habits are not to count
-        self._device = Device(scene.program(), memory)
+        # In memory: a disk's own habits are not to count.
+        self._device = Device(scene.program(), Path(tempfile.mkdtemp(prefix="device-", dir="/dev/shm")))
 
     def __enter__(self) -> "Bed":
         try:
@@ -102,7 +101,7 @@ class Bed:
             error = next(filter(None, (fault(job, **run) for run in row["runs"])), "")
             if error:
                 print(f"ERROR: {name}: {error}", file=sys.stderr)
-            rows[name] = Row(error=error) if error else Row(row["wall"], row["cpu"], row["memory"])
+            rows[name] = Row(error=error) if error else Row(row["wall"], row["memory"])
         return rows
 
 

@@ -60,14 +60,15 @@ def judged(title: str, figure: float, limit: float) -> list[str]:
     return [title, f"{figure:.2f}", f"at {'most' if limit > 0 else 'least'} {abs(limit):g}", "met" if met else "MISSED"]
 
 
-def targets(results: Results) -> list[list[str]]:
-    """The rows of all targets for which there are figures."""
+def targets(results: Results, complete: bool) -> list[list[str]]:
+    """The rows of all targets for which there are figures; those for all must be there if `complete`."""
     rows = []
     for title, figure, limit in TARGETS:
         try:
             rows.append(judged(title, figure(results), limit))
         except KeyError:
-            pass
+            if complete:
+                raise
     return rows
 
 
