@@ -122,7 +122,7 @@ int runUpdatePass(const Config& config, const SelectionRules& rules, Repository&
         logMessage(ERROR, "could not initialize resolver");
         return ResultError;
     }
-    UpdateSet updateSet = resolver.findNewerPackages(repository.packages, rules);
+    UpdateSet updateSet = resolver.findNewerPackages(repository.packages(), rules);
     if (signalNoted != 0) {
         return ResultError;
     }
@@ -135,7 +135,7 @@ int runUpdatePass(const Config& config, const SelectionRules& rules, Repository&
     }
     DependencySet unsatisfied;
     const bool bSatisfied =
-        closeUpdateSet(resolver.closure(repository.packages, updateSet), unsatisfied);
+        closeUpdateSet(resolver.closure(repository.packages(), updateSet), unsatisfied);
     if (signalNoted != 0) {
         return ResultError;
     }

@@ -28,6 +28,14 @@ public:
     /// Tells it from all others of the process, in no order.
     [[nodiscard]] std::uint32_t id() const { return m_uId; }
 
+    /// The text of an id() of this process.
+    [[nodiscard]] static Text fromId(std::uint32_t uId)
+    {
+        Text sText;
+        sText.m_uId = uId;
+        return sText;
+    }
+
     friend bool operator==(Text a, Text b) { return a.m_uId == b.m_uId; }
     friend std::strong_ordering operator<=>(Text a, Text b);
 

@@ -9,6 +9,7 @@
 #include <libxml/parser.h>
 #include <libxml/parserInternals.h>
 
+#include <array>
 #include <cstdint>
 #include <memory>
 
@@ -101,6 +102,18 @@ void warnOfForm(Reading& reading, unsigned char cFirst, const char* pPath)
         k_sBegins.find(static_cast<char>(cFirst)) == std::string_view::npos) {
         logMessage(WARNING, "'%s' is neither plain nor gzip-compressed XML", pPath);
     }
+}
+
+/// Reads what the parser had no need of. False if the file is cut there.
+bool endsWell(GzipFile& file)
+{
+    std::array<char, 4096> vRest;
+    int iRead = 0;
+    std::int64_t iRest = 0;
+    while ((iRead = file.read(vRest.data(), vRest.size())) > 0 && iRest < k_iMaxBytes) {
+        iRest += iRead;
+    }
+    return iRead == 0;
 }
 
 }  // namespace
@@ -244,7 +257,8 @@ Outcome Document::read(const std::string& sPath)
     }
     const LibraryMessageLimit limit(k_iMaxMessages);
     xmlParseDocument(context.get());
-    return !reading.refused && context->wellFormed == 1 ? Outcome::READ : Outcome::REFUSED;
+    const bool bGood = !reading.refused && context->wellFormed == 1;
+    return bGood && endsWell(reading.file) ? Outcome::READ : Outcome::REFUSED;
 }
 
 bool Document::start(const StartTag& tag)

@@ -59,7 +59,6 @@ bool Repository::update(const std::string& sUri)
         return false;
     }
     m_resources.clear();
-    packages.clear();
     if (!ensureDirectory(m_sCacheDir)) {
         return false;
     }
@@ -81,27 +80,33 @@ bool Repository::update(const std::string& sUri)
     if (pPrimary == nullptr) {
         return false;
     }
-    if (!fetchResource(downloader, *pPrimary)) {
+    const std::string sSum = fetchResource(downloader, *pPrimary);
+    if (sSum.empty()) {
         logResourceFailure(pPrimary->location);
         return false;
     }
     notifier.itemDone();
-    return loadPrimary(false);
+    return loadPrimary(*pPrimary, sSum);
 }
 
-bool Repository::fetchResource(Downloader& downloader, const RepoResource& resource)
+/// Has the file in the cache, fetched if the one there does not fit the index.
+///
+/// @return the checksum that it fits; empty on failure.
+std::string Repository::fetchResource(Downloader& downloader, const RepoResource& resource)
 {
-    if (isReadable(resource.localPath) && resource.isGood()) {
+    std::string sSum = isReadable(resource.localPath) ? resource.goodSum() : "";
+    if (!sSum.empty()) {
         logMessage(DEBUG, "cached copy '%s' of '%s' is valid", resource.localPath.c_str(),
                    resource.location.c_str());
-        return true;
+        return sSum;
     }
-    const Fetch fetch = fetchFile(downloader, resource.location, resource.localPath,
-                                  resource.location, [&] { return resource.isGood(); });
+    const auto isGood = [&] { return !(sSum = resource.goodSum()).empty(); };
+    const Fetch fetch =
+        fetchFile(downloader, resource.location, resource.localPath, resource.location, isGood);
     if (fetch == Fetch::NOT_TRANSFERRED) {
         logResourceFailure(resource.location);
     }
-    return fetch == Fetch::GOOD;
+    return sSum;
 }
 
 bool Repository::fetchPackages(const UpdateSet& updateSet) const

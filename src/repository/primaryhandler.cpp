@@ -6,8 +6,6 @@
 #include "support/logger.h"
 #include "support/xml.h"
 
-#include <rpm/rpmlib.h>
-
 #include <utility>
 
 namespace {
@@ -17,6 +15,9 @@ constexpr const char* k_pRpmNamespace = "http://linux.duke.edu/metadata/rpm";
 
 /// The most entries of one list. Real packages have up to some ten thousand.
 constexpr std::size_t k_uMaxDependencies = 1'000'000;
+
+/// Real repositories have a handful.
+constexpr std::size_t k_uMaxArchitectures = 1000;
 
 /// The most that the packages of a repository may take in memory; 60,000 take a fifth of it.
 constexpr std::size_t k_uMaxBytes = std::size_t{240} << 20U;
@@ -244,16 +245,34 @@ bool PrimaryHandler::endPackage()
     if (!m_draft.hasName || !m_draft.hasVersion || !m_draft.hasLocation || !m_draft.hasChecksum) {
         return false;
     }
-    if (rpmMachineScore(RPM_MACHTABLE_INSTARCH, m_draft.arch.c_str()) == 0) {
-        logMessage(WARNING, "skipping package '%s' of non-compatible arch '%s'",
-                   baseName(m_draft.package.location).c_str(), printable(m_draft.arch).c_str());
-        return true;
+    if (isForThisMachine()) {
+        m_contents.packages.insertEqual(m_draft.package);
     }
-    m_packages.insertEqual(m_draft.package);
-    if (m_packages.bytes() + textBytes() > k_uMaxBytes) {
+    if (m_contents.packages.bytes() + m_contents.skipped.size() + textBytes() > k_uMaxBytes) {
         logMessage(ERROR, "packages of the repository take more than %u MiB of memory",
                    static_cast<unsigned>(k_uMaxBytes >> 20U));
         return false;
     }
     return true;
+}
+
+/// False (logged, and noted) if the machine cannot install the package.
+bool PrimaryHandler::isForThisMachine()
+{
+    auto known = m_contents.architectures.find(m_draft.arch);
+    if (known == m_contents.architectures.end()) {
+        if (m_contents.architectures.size() == k_uMaxArchitectures) {
+            m_contents.architectures.clear();
+            m_contents.architecturesKnown = false;
+        }
+        known = m_contents.architectures.emplace(m_draft.arch, isCompatible(m_draft.arch)).first;
+    }
+    if (known->second) {
+        return true;
+    }
+    const std::string sFile = baseName(m_draft.package.location);
+    logMessage(WARNING, "skipping package '%s' of non-compatible arch '%s'", sFile.c_str(),
+               printable(m_draft.arch).c_str());
+    m_contents.skipped.append(sFile).append(1, '\0').append(m_draft.arch).append(1, '\0');
+    return false;
 }

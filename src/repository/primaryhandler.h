@@ -1,7 +1,7 @@
 #pragma once
 
-#include "packages/packageset.h"
 #include "repository/document.h"
+#include "repository/primary.h"
 
 #include <optional>
 #include <string>
@@ -15,8 +15,8 @@
 /// of `format` to the one that is in scope there for the rpm namespace.
 class PrimaryHandler : public Document {
 public:
-    /// @param packages  receives the packages; must outlive the handler.
-    explicit PrimaryHandler(PackageSet& packages) : m_packages(packages) {}
+    /// @param contents  receives the packages; must outlive the handler.
+    explicit PrimaryHandler(PrimaryContents& contents) : m_contents(contents) {}
 
 private:
     /// What an open element is to us. IGNORED ones are passed over.
@@ -59,8 +59,9 @@ private:
     std::optional<Kind> startEntry(const StartTag& tag);
     [[nodiscard]] bool endText(Kind kind, const std::string& sText);
     [[nodiscard]] bool endPackage();
+    [[nodiscard]] bool isForThisMachine();
 
-    PackageSet& m_packages;
+    PrimaryContents& m_contents;
     std::vector<Kind> m_vKinds;  ///< of the open elements
     Draft m_draft;
 };

@@ -2,6 +2,7 @@
 
 #include "repository/document.h"
 #include "repository/location.h"
+#include "repository/primarytable.h"
 #include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
@@ -178,7 +179,8 @@ bool RepomdHandler::endData()
 {
     const std::string sBase = baseName(m_resource.location);
     if (m_resource.type == "primary" &&
-        (sBase == "packages" || sBase == baseName(k_pIndexLocation))) {
+        (sBase == "packages" || sBase == baseName(k_pIndexLocation) ||
+         sBase.ends_with(k_pTableSuffix))) {
         logMessage(DEBUG, "'location' of 'data' element takes a place of the cache");
         return false;
     }

@@ -16,10 +16,13 @@ struct RepoResource {
     Checksum openChecksum;  ///< of its uncompressed contents
     std::uint32_t timestamp = 0;
 
-    /// True if the file in the cache fits either of the two checksums.
-    [[nodiscard]] bool isGood() const
+    /// The one of the two checksums that the file in the cache fits, as a text that tells its contents
+    /// from all others; empty if it fits neither.
+    [[nodiscard]] std::string goodSum() const
     {
-        return checksum.checkFile(localPath) || openChecksum.checkContents(localPath);
+        return checksum.checkFile(localPath)           ? checksum.value
+               : openChecksum.checkContents(localPath) ? "open " + openChecksum.value
+                                                       : "";
     }
 };
 

@@ -1,6 +1,6 @@
 #include "repository/repository.h"
 
-#include "repository/primary.h"
+#include "repository/primarytable.h"
 #include "support/files.h"
 #include "support/logger.h"
 
@@ -70,8 +70,19 @@ void Repository::setUri(const std::string& sUri)
 bool Repository::load()
 {
     m_resources.clear();
-    packages.clear();
-    return readIndex() && loadPrimary(true);
+    if (!readIndex()) {
+        return false;
+    }
+    const RepoResource* pPrimary = findPrimary();
+    if (pPrimary == nullptr) {
+        return false;
+    }
+    const std::string sSum = pPrimary->goodSum();
+    if (sSum.empty()) {
+        logMessage(ERROR, "invalid checksum on '%s'", pPrimary->location.c_str());
+        return false;
+    }
+    return loadPrimary(*pPrimary, sSum);
 }
 
 bool Repository::readIndex()
@@ -93,21 +104,44 @@ const RepoResource* Repository::findPrimary() const
     return &*primary;
 }
 
-bool Repository::loadPrimary(bool bVerify)
+/// Has the contents of the primary file in memory: from the pass before, from their compiled form or
+/// from the file itself.
+///
+/// @param sSum  the checksum that the file fits.
+bool Repository::loadPrimary(const RepoResource& primary, const std::string& sSum)
 {
-    const RepoResource* pPrimary = findPrimary();
-    if (pPrimary == nullptr) {
+    const std::string sTable = primary.localPath + k_pTableSuffix;
+    if (m_sContentsSum == sSum) {
+        logSkipped(m_contents);
+        return true;
+    }
+    m_sContentsSum.clear();
+    m_contents = {};
+    if (readPrimaryTable(sTable, sSum, m_contents)) {
+        logSkipped(m_contents);
+    } else if (parsePrimary(primary.localPath, m_contents)) {
+        keepTable(sTable, sSum);
+    } else {
+        logMessage(ERROR, "failed parsing repository resource '%s'", primary.location.c_str());
         return false;
     }
-    if (bVerify && !pPrimary->isGood()) {
-        logMessage(ERROR, "invalid checksum on '%s'", pPrimary->location.c_str());
-        return false;
-    }
-    if (!parsePrimary(pPrimary->localPath, packages)) {
-        logMessage(ERROR, "failed parsing repository resource '%s'", pPrimary->location.c_str());
-        return false;
-    }
+    m_sContentsSum = sSum;
     return true;
+}
+
+/// Writes the compiled form of what was read, and removes those of other primary files.
+void Repository::keepTable(const std::string& sPath, const std::string& sSum) const
+{
+    if (!m_contents.architecturesKnown || !writePrimaryTable(sPath, sSum, m_contents)) {
+        return;
+    }
+    const Directory directory(opendir(m_sCacheDir.c_str()));
+    while (const dirent* pEntry = directory != nullptr ? readdir(directory.get()) : nullptr) {
+        const std::string sFile = m_sCacheDir + pEntry->d_name;
+        if (sFile.ends_with(k_pTableSuffix) && sFile != sPath && unlink(sFile.c_str()) == 0) {
+            logMessage(DEBUG, "removed compiled metadata '%s'", sFile.c_str());
+        }
+    }
 }
 
 std::string Repository::localPath(const Package& package) const

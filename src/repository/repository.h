@@ -2,8 +2,8 @@
 
 #include "config/config.h"
 #include "net/downloader.h"
-#include "packages/packageset.h"
 #include "packages/updateset.h"
+#include "repository/primary.h"
 #include "repository/repomd.h"
 
 #include <string>
@@ -52,17 +52,21 @@ public:
 
     /// What the repository offers, several versions of a name in file order. Complete after a
     /// successful load() or update(), else of no use.
-    PackageSet packages;
+    [[nodiscard]] const PackageSet& packages() const { return m_contents.packages; }
 
 private:
     [[nodiscard]] bool readIndex();
     [[nodiscard]] const RepoResource* findPrimary() const;  ///< null (logged) if there is none
-    [[nodiscard]] bool loadPrimary(bool bVerify);
-    [[nodiscard]] static bool fetchResource(Downloader& downloader, const RepoResource& resource);
+    [[nodiscard]] bool loadPrimary(const RepoResource& primary, const std::string& sSum);
+    void keepTable(const std::string& sPath, const std::string& sSum) const;
+    [[nodiscard]] static std::string fetchResource(Downloader& downloader,
+                                                   const RepoResource& resource);
 
     const RepoConfig* m_pConfig;  ///< not owned
     std::string m_sCacheDir;      ///< ends in a slash
     std::string m_sPackagesDir;   ///< ends in a slash
     std::string m_sUri;
-    ResourceSet m_resources;  ///< of the index last read
+    ResourceSet m_resources;     ///< of the index last read
+    PrimaryContents m_contents;  ///< of the primary file last read
+    std::string m_sContentsSum;  ///< the checksum of that file; empty if it was not read to its end
 };

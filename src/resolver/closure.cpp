@@ -39,7 +39,8 @@ void Closure::judge(const Dependency& require)
 void Closure::addProvides(const Package& package)
 {
     for (const Dependency& provide : package.provides()) {
-        if (signalNoted == 0 && m_provides.add(provide) && !m_unsatisfied.empty()) {
+        if (signalNoted == 0 && isFoundByName(provide) && m_provides.add(provide) &&
+            !m_unsatisfied.empty()) {
             for (const Dependency& require : m_unsatisfied.allMatching(provide)) {
                 m_unsatisfied.remove(require);
             }
@@ -68,7 +69,7 @@ void Closure::removeRequires(const Package& package)
 void Closure::removeProvides(const Package& package)
 {
     for (const Dependency& provide : package.provides()) {
-        if (m_provides.remove(provide)) {
+        if (isFoundByName(provide) && m_provides.remove(provide)) {
             for (const Dependency& require : m_requires.allMatching(provide)) {
                 judge(require);
             }
@@ -183,7 +184,7 @@ std::vector<Package> Closure::providers()
         if (signalNoted != 0) {
             return {};
         }
-        if (!m_unsatisfied.contains(require)) {
+        if (!m_unsatisfied.contains(require) || !isFoundByName(require)) {
             continue;
         }
         if (!m_providers) {
@@ -244,7 +245,9 @@ std::vector<Package> Closure::providersAloud() const
         logMessage(TRACE, "found %s as best", packageText(best).c_str());
         for (const Dependency& provide : best.provides()) {
             logMessage(TRACE, "check prov %s", dependencyText(provide).c_str());
-            pullFor(best, provide);
+            if (isFoundByName(provide)) {
+                pullFor(best, provide);
+            }
         }
     }
     logMessage(DEBUG, "pulled %u packages", uPulled);

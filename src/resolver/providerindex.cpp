@@ -51,7 +51,8 @@ std::vector<ProviderIndex::Provide> ProviderIndex::providesOf(Text sName) const
     std::copy_if(m_vProvides.begin() + m_vFirst[uBucket],
                  m_vProvides.begin() + m_vFirst[uBucket + 1], std::back_inserter(vFound),
                  [&](const Provide& provide) {
-                     return m_available.dependency(provide.dependency).name == sName;
+                     const Dependency& entry = m_available.dependency(provide.dependency);
+                     return entry.name == sName && isFoundByName(entry);
                  });
     return vFound;
 }

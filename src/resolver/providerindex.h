@@ -7,6 +7,13 @@
 #include <unordered_map>
 #include <vector>
 
+/// True if an entry is found by its name. Provides and missing requires are looked for from the place
+/// of the bare name on, and a version that begins with "~", or a negative epoch, lies in front of it.
+[[nodiscard]] inline bool isFoundByName(const Dependency& dependency)
+{
+    return !(dependency < Dependency{dependency.name, {}, 0});
+}
+
 /// Which package of a repository is pulled for a require: of all names whose newest package provides
 /// it, the least. Older packages of a name do not count.
 class ProviderIndex {

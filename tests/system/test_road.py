@@ -105,6 +105,18 @@ def test_nothing_to_do(device):
     assert (result.returncode, device.status) == (0, "READY")
 
 
+@pytest.mark.parametrize("mount", [
+    "mount -t tmpfs -o size=8k none /var/cache/updater",  # room for index and primary file
+    "mount --bind /var/cache/updater /var/cache/updater && updater -n >/dev/null 2>&1 && rm /var/cache/updater/base/*.table"
+    " && mount -o remount,bind,ro /var/cache/updater",
+], ids=["full", "read-only"])
+def test_nothing_but_time_is_lost_without_room_for_the_compiled_metadata(device, mount):
+    set_up(device)
+    arguments = ["--check-only", *(["--cache-only"] if "ro" in mount.split(",")[-1] else [])]
+    result = device.shell(f"{mount}; updater {' '.join(arguments)}; ls /var/cache/updater/base")
+    assert (result.lines[-8:], result.stdout) == ([*REPORT, "INFO: --- EXIT OK ---"], "primary.xml.gz\nrepomd.xml\n")
+
+
 def test_the_cache_serves_without_its_repository(device):
     set_up(device)
     assert device.run("--check-only").returncode == 0

@@ -51,9 +51,9 @@ std::string parsed(const std::string& sDocument, ToText toText)
     rpmReadConfigFiles(nullptr, nullptr);
     const TempDir dir;
     const LogCapture log;
-    PackageSet packages;
-    const bool bOk = parsePrimary(dir.write("p", sDocument), packages);
-    return (bOk ? "ok " : "failed ") + allOf(packages, toText) + log.text();
+    PrimaryContents contents;
+    const bool bOk = parsePrimary(dir.write("p", sDocument), contents);
+    return (bOk ? "ok " : "failed ") + allOf(contents.packages, toText) + log.text();
 }
 
 TEST(Primary, readsAllOfAPackage)
@@ -69,8 +69,8 @@ TEST(Primary, readsAllOfAPackage)
     EXPECT_EQ(parsed(replaced(k_sDocument, sEnd, sOther + sPackage + sEnd), packageText),
               "ok foo-2:1.2, foo-2:1.3-1, foo-2:1.2, ");  // in order
     const LogCapture log;
-    PackageSet packages;
-    EXPECT_FALSE(parsePrimary("/none", packages));
+    PrimaryContents contents;
+    EXPECT_FALSE(parsePrimary("/none", contents));
     EXPECT_EQ(log.text(), "ERROR: could not open primary file '/none' for parsing\n");
 }
 
@@ -168,8 +168,8 @@ TEST(Primary, takesTheTextThatATreeWouldHold)
         SCOPED_TRACE(sText);
         const std::string sPath = dir.write("p", replaced(k_sDocument, "noarch", sText));
         LogCapture log;
-        PackageSet packages;
-        const bool bOk = parsePrimary(sPath, packages);
+        PrimaryContents contents;
+        const bool bOk = parsePrimary(sPath, contents);
         const std::string sTree = archInTree(sPath);
         EXPECT_EQ(bOk, sTree != "nothing") << sText;
         if (bOk) {
@@ -221,11 +221,11 @@ TEST(Primary, isNotExhausted)
             sExpected);
     }
     const LogCapture log;
-    PackageSet packages;
+    PrimaryContents contents;
     signalNoted = 1;
     const TempDir dir;
     EXPECT_FALSE(parsePrimary(
-        dir.write("p", replaced(k_sDocument, "<c:format/>", times(5000, "<x/>"))), packages));
+        dir.write("p", replaced(k_sDocument, "<c:format/>", times(5000, "<x/>"))), contents));
     signalNoted = 0;
 }
 

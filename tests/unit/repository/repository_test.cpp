@@ -114,6 +114,54 @@ TEST_F(RepositoryTest, acceptsThePrimaryFileByEitherChecksum)
     }
 }
 
+TEST_F(RepositoryTest, readsTheSamePrimaryFileOnce)
+{
+    const std::string sPackage =
+        "<package type='rpm'><name>n</name><arch>vax</arch><version epoch='0' ver='1'/>"
+        "<checksum type='sha'>1</checksum><location href='n.rpm'/></package>";
+    dir.write("remote/repodata/p.xml", replaced(primary, "/>", ">" + sPackage + "</metadata>"));
+    const auto publish = [&] {
+        Sha1Digest digest;
+        EXPECT_TRUE(fileDigest(dir.file("remote/repodata/p.xml"), digest, false));
+        const std::string sSum = hexText(digest.data(), digest.size());
+        dir.write("remote/repodata/repomd.xml",
+                  replaced(replaced(k_sIndex, "p.gz", "p.xml"), "1<", sSum + "<"));
+    };
+    publish();
+    dir.write("base/old.xml.table", "");
+    const std::string sSkipped = "WARNING: skipping package 'n.rpm' of non-compatible arch 'vax'\n";
+    // How a reading of the XML, of the compiled form and of none of them begins.
+    const std::string sXml = "passing over compiled metadata";
+    const auto logOf = [](const auto& act) {
+        const LogCapture log;
+        EXPECT_TRUE(act());
+        return log.text();
+    };
+    Repository repository(config, repoConfig);
+    std::string sLog = logOf([&] { return repository.update(""); });
+    EXPECT_NE(sLog.find(sXml), std::string::npos);
+    EXPECT_FALSE(dir.exists("base/old.xml.table"));
+    const std::string sTable = dir.read("base/p.xml.table");
+    dir.write("base/p.xml.table", "damaged");
+    sLog = logOf([&] { return repository.load(); });
+    EXPECT_EQ(sLog.find(sXml), std::string::npos);
+    EXPECT_TRUE(sLog.ends_with(sSkipped));
+
+    dir.write("base/p.xml.table", sTable);
+    sLog = logOf([&] { return Repository(config, repoConfig).load(); });
+    EXPECT_EQ(sLog.find(sXml), std::string::npos);
+    EXPECT_NE(sLog.find(sSkipped), std::string::npos);
+
+    dir.write("remote/repodata/p.xml", primary);
+    publish();
+    sLog = logOf([&] { return repository.update(""); });  // another one
+    EXPECT_NE(sLog.find("(of another primary file)"), std::string::npos);
+    EXPECT_EQ(sLog.find(sSkipped), std::string::npos);
+    dir.write("base/p.xml", "");
+    const LogCapture log;
+    EXPECT_FALSE(repository.load());
+}
+
 TEST_F(RepositoryTest, tellsWhyARefreshCannotBegin)
 {
     repoConfig.uri = "";

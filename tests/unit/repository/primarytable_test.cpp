@@ -1,0 +1,129 @@
+#include "repository/primarytable.h"
+
+#include "support/sha1.h"
+#include "testing/packages.h"
+#include "testing/testing.h"
+
+#include <gtest/gtest.h>
+#include <rpm/rpmlib.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <functional>
+#include <random>
+
+namespace {
+
+/// Everything that contents hold, asked for in all ways.
+std::string describe(const PrimaryContents& contents)
+{
+    const auto list = [](const DependencySet& set) { return allOf(set, dependencyText); };
+    const LogCapture log;
+    logSkipped(contents);
+    return allOf(contents.packages,
+                 [&](const Package& package) {
+                     return packageText(package) + " " + package.group().str() + " " +
+                            list(package.needs()) + list(package.provides()) +
+                            list(package.obsoletes()) + std::string(package.location()) +
+                            package.checksum().type + package.checksum().value;
+                 }) +
+           log.text();
+}
+
+class PrimaryTableTest : public testing::Test {
+protected:
+    PrimaryTableTest()
+    {
+        rpmReadConfigFiles(nullptr, nullptr);
+        for (const char* pName : {"b", "a", "b"}) {
+            PackageRecord package = makePackage(pName, "1:2-3");
+            package.group = "Net";
+            package.requires_ = parseDependencies("x >= 1, y, x >= 1");
+            package.provides = parseDependencies("p = 1:2-3, y");
+            package.obsoletes = parseDependencies("o < 1");
+            package.location = "dir/a.rpm";
+            package.checksum = {"abc", "sha"};
+            contents.packages.insertEqual(package);
+        }
+        contents.packages.sort();
+        contents.skipped = std::string("s.rpm\0vax\0t.rpm\0\0", 17);
+        contents.architectures = {{"noarch", true}, {"vax", false}, {"", false}};
+        const LogCapture log;
+        EXPECT_TRUE(writePrimaryTable(path, "5", contents));
+        file = dir.read("p.table");
+    }
+
+    /// What a file of these bytes gives; "passed over" and why if it is of no use.
+    std::string read(const std::string& sFile, const std::string& sSum = "5")
+    {
+        dir.write("p.table", sFile);
+        const LogCapture log;
+        PrimaryContents other;
+        if (readPrimaryTable(path, sSum, other)) {
+            return describe(other);
+        }
+        EXPECT_TRUE(other.packages.empty() && other.skipped.empty());
+        return log.text().substr(log.text().rfind('('));
+    }
+
+    /// The file with a digest that is right for what it holds now.
+    static std::string digested(std::string sFile)
+    {
+        Sha1Context context;
+        sha1Init(context);
+        sha1Update(context, reinterpret_cast<const unsigned char*>(sFile.data()) + 36,
+                   sFile.size() - 36);
+        const Sha1Digest digest = sha1Final(context);
+        std::copy(digest.begin(), digest.end(), sFile.begin() + 16);
+        return sFile;
+    }
+
+    TempDir dir;
+    const std::string path = dir.file("p.table");
+    PrimaryContents contents;
+    std::string file;
+};
+
+TEST_F(PrimaryTableTest, givesBackWhatWasRead)
+{
+    struct stat info = {};
+    EXPECT_EQ(stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777U, 0600U);
+    EXPECT_FALSE(dir.exists("p.table.tmp"));
+    EXPECT_EQ(read(file), describe(contents));
+    EXPECT_EQ(read(file, "6"), "(of another primary file)\n");
+    const LogCapture log;
+    EXPECT_FALSE(writePrimaryTable(dir.file("none/p.table"), "5", contents));
+    EXPECT_FALSE(writePrimaryTable(dir.path(), "5", contents));
+}
+
+TEST_F(PrimaryTableTest, isOfNoUseIfAnyByteDiffers)
+{
+    for (std::size_t u = 0; u < file.size(); ++u) {
+        std::string sDamaged = file;
+        sDamaged[u] = static_cast<char>(sDamaged[u] ^ (1 << u % 8));
+        EXPECT_EQ(read(sDamaged)[0], '(') << u;
+        EXPECT_EQ(read(file.substr(0, u))[0], '(') << u;
+    }
+    EXPECT_EQ(read(digested(file + '\0')), "(damaged)\n");
+    EXPECT_EQ(read(digested(replaced(file, "-vax", "+vax"))), "(damaged, or of another machine)\n");
+    EXPECT_EQ(read(digested(replaced(file, "Net", "Set"))), replaced(describe(contents), "Net", "Set"));
+}
+
+TEST_F(PrimaryTableTest, trustsNoPlaceInTheFile)
+{
+    std::mt19937 random(1);
+    int iRead = 0;
+    for (int i = 0; i < 3000; ++i) {
+        std::string sDamaged = file;
+        for (auto uTimes = 1 + random() % 3; uTimes > 0; --uTimes) {
+            const std::size_t uPlace = 36 + random() % (sDamaged.size() - 36);
+            sDamaged[uPlace] = static_cast<char>(random() % 2 == 0 ? random() : ~sDamaged[uPlace]);
+        }
+        iRead += read(digested(sDamaged))[0] != '(' ? 1 : 0;
+    }
+    EXPECT_GT(iRead, 100);  // with other texts or versions
+    EXPECT_LT(iRead, 2500);
+}
+
+}  // namespace
