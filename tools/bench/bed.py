@@ -25,7 +25,8 @@ LOG = "/srv/nginx/access"
 class Row(NamedTuple):
     """The medians of a job, or what it did wrong in place of them."""
 
-    wall: float = math.nan  # seconds
+    wall: float = math.nan  # seconds, as is cpu
+    cpu: float = math.nan
     memory: float = math.nan  # MiB, of the largest process
     error: str = ""
 
@@ -101,7 +102,7 @@ class Bed:
             error = next(filter(None, (fault(job, **run) for run in row["runs"])), "")
             if error:
                 print(f"ERROR: {name}: {error}", file=sys.stderr)
-            rows[name] = Row(error=error) if error else Row(row["wall"], row["memory"])
+            rows[name] = Row(error=error) if error else Row(row["wall"], row["cpu"], row["memory"])
         return rows
 
 

@@ -35,7 +35,7 @@ TARGETS: list[tuple[str, Callable[[Results], float], float]] = [
     *((f"growth of a {kind} check's {what}, exponent",
        lambda of, kind=kind, field=field: _growth(of, f"updater {kind}", field), 1.02)
       for kind in ("first", "repeated") for what, field in (("time", "wall"), ("peak", "memory"))),
-    ("--check-db-headers, of what librpm adds", lambda of: _added(of, "checked repeated", "updater repeated") /
+    ("--check-db-headers, of what librpm adds (processor)", lambda of: _added(of, "checked repeated", "updater repeated") /
      _added(of, "checked-headers", "headers"), 1.2),
 ]
 
@@ -51,7 +51,8 @@ def _growth(of: Results, job: str, field: str) -> float:
 
 
 def _added(of: Results, checked: str, plain: str) -> float:
-    return of[GROWTH[0]][checked].wall - of[GROWTH[0]][plain].wall
+    """Processor seconds: in wall time the difference of some 15 ms is lost in what else the machine does."""
+    return of[GROWTH[0]][checked].cpu - of[GROWTH[0]][plain].cpu
 
 
 def judged(title: str, figure: float, limit: float) -> list[str]:
