@@ -1,7 +1,7 @@
 #include "packages/packageset.h"
 
 #include <algorithm>
-#include <numeric>
+#include <utility>
 
 namespace {
 
@@ -62,7 +62,7 @@ std::uint32_t PackageSet::placeOf(const Dependency& dependency)
         }
         ++uSlot;
     }
-    m_table.dependencies.push_back(dependency);
+    m_table.dependencies.append(dependency);
     m_vSlots[uSlot] = static_cast<std::uint32_t>(m_table.dependencies.size());
     return m_vSlots[uSlot] - 1;
 }
@@ -71,7 +71,7 @@ void PackageSet::insertList(const std::vector<Dependency>& vEntries, std::uint32
 {
     uCount = static_cast<std::uint32_t>(vEntries.size());
     for (const Dependency& entry : vEntries) {
-        m_table.lists.push_back(placeOf(entry));
+        m_table.lists.append(placeOf(entry));
     }
 }
 
@@ -85,10 +85,9 @@ void PackageSet::insertEqual(const PackageRecord& package)
     row.file = static_cast<std::uint32_t>(m_table.files.size());
     for (const std::string* pText :
          {&package.location, &package.checksum.type, &package.checksum.value}) {
-        m_table.files.insert(m_table.files.end(), pText->c_str(),
-                             pText->c_str() + pText->size() + 1);
+        m_table.files.append(pText->c_str(), pText->size() + 1);
     }
-    m_table.rows.push_back(row);
+    m_table.rows.append(row);
 }
 
 void PackageSet::sort()
@@ -112,20 +111,28 @@ void PackageSet::sort()
         const Text sB = row(b.place).name;
         return sA == sB ? a.place < b.place : sA < sB;
     });
-    std::vector<PackageTable::Row> vRows;
-    vRows.reserve(size());
-    for (const Key& key : vKeys) {
-        vRows.push_back(row(key.place));
+    // Each row goes to its place, along the cycles of the permutation: without a second table.
+    for (std::uint32_t u = 0; u < size(); ++u) {
+        const PackageTable::Row first = m_table.rows[u];
+        std::uint32_t uTo = u;
+        while (vKeys[uTo].place != u) {
+            const std::uint32_t uFrom = std::exchange(vKeys[uTo].place, uTo);
+            m_table.rows[uTo] = m_table.rows[uFrom];
+            uTo = uFrom;
+        }
+        vKeys[uTo].place = uTo;
+        m_table.rows[uTo] = first;
     }
-    m_table.rows = std::move(vRows);
+    m_table.rows.shrink();
+    m_table.dependencies.shrink();
+    m_table.lists.shrink();
+    m_table.files.shrink();
 }
 
 std::size_t PackageSet::bytes() const
 {
-    return m_table.rows.capacity() * sizeof(PackageTable::Row) +
-           m_table.dependencies.capacity() * sizeof(Dependency) +
-           (m_table.lists.capacity() + m_vSlots.capacity()) * sizeof(std::uint32_t) +
-           m_table.files.capacity();
+    return m_table.rows.bytes() + m_table.dependencies.bytes() + m_table.lists.bytes() +
+           m_table.files.bytes() + m_vSlots.capacity() * sizeof(std::uint32_t);
 }
 
 std::pair<std::uint32_t, std::uint32_t> PackageSet::range(Text sName) const

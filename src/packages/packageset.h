@@ -1,5 +1,6 @@
 #pragma once
 
+#include "packages/flatarray.h"
 #include "packages/package.h"
 
 #include <iterator>
@@ -23,10 +24,10 @@ struct PackageTable {
         std::uint32_t file = 0;  ///< in `files`: location, type and value of the checksum
     };
 
-    std::vector<Row> rows;
-    std::vector<Dependency> dependencies;  ///< each once
-    std::vector<std::uint32_t> lists;      ///< places in `dependencies`, in the order of arrival
-    std::vector<char> files;               ///< texts, each with a null byte
+    FlatArray<Row> rows;
+    FlatArray<Dependency> dependencies;  ///< each once
+    FlatArray<std::uint32_t> lists;      ///< places in `dependencies`, in the order of arrival
+    FlatArray<char> files;               ///< texts, each with a null byte
 };
 
 /// Packages ordered by name in plain byte order, several of a name in order of arrival. Filled by

@@ -2,6 +2,7 @@
 
 #include "support/gzipfile.h"
 #include "support/logger.h"
+#include "support/readahead.h"
 #include "support/signalnote.h"
 #include "support/xml.h"
 
@@ -25,6 +26,7 @@ constexpr int k_iMaxDeclarations = 256;       ///< of namespaces in scope; real 
 /// Two for an element, one for an attribute or a text; a GiB of real packages has half of it.
 constexpr std::uint64_t k_uMaxParts = 200'000'000;
 constexpr int k_iMaxMessages = 10;
+constexpr std::size_t k_uMaxSuppressed = 1'000'000;  ///< lines that libxml2 makes and nobody sees
 
 /// The most bytes of a text that counts, as libxml2 has it for a node of a tree.
 constexpr std::size_t k_uMaxText = 10'000'000;
@@ -40,10 +42,11 @@ using Context = std::unique_ptr<xmlParserCtxt, ContextDeleter>;
 
 /// One reading: what the parser's functions find behind its private pointer.
 struct Reading {
-    Reading(Document& d, const std::string& sPath) : document(d), file(sPath) {}
+    Reading(Document& d, GzipFile& file) : document(d), plain(file.isPlain()), bytes(file) {}
 
     Document& document;
-    GzipFile file;
+    bool plain;  ///< not compressed
+    ReadAhead bytes;
     xmlParserCtxt* context = nullptr;
     bool refused = false;
     std::uint64_t events = 0;
@@ -85,6 +88,9 @@ std::int64_t placeOf(const xmlParserCtxt& context)
 void advance(Reading& reading, std::uint64_t uParts)
 {
     reading.parts += uParts;
+    if (LibraryMessageLimit::suppressed() > k_uMaxSuppressed) {
+        refuse(reading, "too many errors");
+    }
     if (reading.parts > k_uMaxParts) {
         refuse(reading, "too many elements");
     }
@@ -98,14 +104,13 @@ void advance(Reading& reading, std::uint64_t uParts)
 void warnOfForm(Reading& reading, unsigned char cFirst, const char* pPath)
 {
     static constexpr std::string_view k_sBegins("< \t\r\n\xef\xfe\xff\0", 9);
-    if (reading.file.isPlain() &&
-        k_sBegins.find(static_cast<char>(cFirst)) == std::string_view::npos) {
+    if (reading.plain && k_sBegins.find(static_cast<char>(cFirst)) == std::string_view::npos) {
         logMessage(WARNING, "'%s' is neither plain nor gzip-compressed XML", pPath);
     }
 }
 
 /// Reads what the parser had no need of. False if the file is cut there.
-bool endsWell(GzipFile& file)
+bool endsWell(ReadAhead& file)
 {
     std::array<char, 4096> vRest;
     int iRead = 0;
@@ -123,7 +128,7 @@ struct ParserEvents {
     static int read(void* pContext, char* pBuffer, int iLength) noexcept
     {
         Reading& reading = readingOf(pContext);
-        const int iRead = reading.file.read(pBuffer, static_cast<unsigned>(iLength));
+        const int iRead = reading.bytes.read(pBuffer, static_cast<unsigned>(iLength));
         if (iRead <= 0) {
             return iRead;
         }
@@ -249,16 +254,19 @@ struct ParserEvents {
 
 Outcome Document::read(const std::string& sPath)
 {
-    Reading reading(*this, sPath);
-    const Context context =
-        reading.file.isOpen() ? ParserEvents::makeParser(sPath, reading) : nullptr;
+    GzipFile file(sPath);
+    if (!file.isOpen()) {
+        return Outcome::NOT_OPENED;
+    }
+    Reading reading(*this, file);
+    const Context context = ParserEvents::makeParser(sPath, reading);
     if (context == nullptr) {
         return Outcome::NOT_OPENED;
     }
     const LibraryMessageLimit limit(k_iMaxMessages);
     xmlParseDocument(context.get());
     const bool bGood = !reading.refused && context->wellFormed == 1;
-    return bGood && endsWell(reading.file) ? Outcome::READ : Outcome::REFUSED;
+    return bGood && endsWell(reading.bytes) ? Outcome::READ : Outcome::REFUSED;
 }
 
 bool Document::start(const StartTag& tag)

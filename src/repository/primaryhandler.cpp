@@ -19,8 +19,8 @@ constexpr std::size_t k_uMaxDependencies = 1'000'000;
 /// Real repositories have a handful.
 constexpr std::size_t k_uMaxArchitectures = 1000;
 
-/// The most that the packages of a repository may take in memory; 60,000 take a fifth of it.
-constexpr std::size_t k_uMaxBytes = std::size_t{240} << 20U;
+/// The most that the packages of a repository may take in memory; 60,000 take a quarter of it.
+constexpr std::size_t k_uMaxBytes = std::size_t{200} << 20U;
 
 /// Marks a part of a package as read. False if it was there before.
 [[nodiscard]] bool firstTime(bool& bRead)

@@ -174,12 +174,12 @@ public:
 
     /// @return false if not all of it could be read.
     template <typename Value>
-    bool read(std::vector<Value>& vValues, std::uint64_t uCount)
+    bool read(FlatArray<Value>& vValues, std::uint64_t uCount)
     {
         if (uCount > m_uLeft / sizeof(Value)) {
             return false;
         }
-        vValues.resize(uCount);
+        vValues.assignUndefined(uCount);
         return read(reinterpret_cast<char*>(vValues.data()), uCount * sizeof(Value));
     }
 
@@ -208,7 +208,7 @@ private:
     Sha1Context m_digest;
 };
 
-bool endsText(const std::vector<char>& vBytes)
+bool endsText(const FlatArray<char>& vBytes)
 {
     return vBytes.empty() || vBytes.back() == '\0';
 }
@@ -219,7 +219,7 @@ public:
     /// @return false if there are not so many.
     bool read(Input& input, const Head& head)
     {
-        std::vector<char> vBytes;
+        FlatArray<char> vBytes;
         if (!input.read(vBytes, head.textBytes) || !endsText(vBytes) ||
             head.texts > head.textBytes) {
             return false;
@@ -248,7 +248,7 @@ private:
 };
 
 /// True if three texts stand there.
-bool holdsFileTexts(const std::vector<char>& vFiles, std::size_t uBegin)
+bool holdsFileTexts(const FlatArray<char>& vFiles, std::size_t uBegin)
 {
     for (int i = 0; i < 3; ++i) {
         if (uBegin >= vFiles.size()) {
@@ -261,51 +261,53 @@ bool holdsFileTexts(const std::vector<char>& vFiles, std::size_t uBegin)
 
 bool readDependencies(Input& input, const Head& head, Texts& texts, PackageTable& table)
 {
-    std::vector<StoredDependency> vStored;
+    FlatArray<StoredDependency> vStored;
     if (!input.read(vStored, head.dependencies) || !input.read(table.lists, head.lists)) {
         return false;
     }
-    table.dependencies.reserve(vStored.size());
-    for (const StoredDependency& entry : vStored) {
-        table.dependencies.push_back({texts(entry.name),
-                                      {entry.epoch, texts(entry.version), texts(entry.release)},
-                                      entry.flags});
-    }
+    table.dependencies.assignUndefined(vStored.size());
+    std::transform(vStored.begin(), vStored.end(), table.dependencies.begin(),
+                   [&](const StoredDependency& entry) -> Dependency {
+                       return {texts(entry.name),
+                               {entry.epoch, texts(entry.version), texts(entry.release)},
+                               entry.flags};
+                   });
     return std::none_of(table.lists.begin(), table.lists.end(),
                         [&](std::uint32_t u) { return u >= table.dependencies.size(); });
 }
 
 bool readRows(Input& input, const Head& head, Texts& texts, PackageTable& table)
 {
-    std::vector<StoredRow> vStored;
+    FlatArray<StoredRow> vStored;
     if (!input.read(vStored, head.rows) || !input.read(table.files, head.fileBytes) ||
         !endsText(table.files)) {
         return false;
     }
-    table.rows.reserve(vStored.size());
-    for (const StoredRow& row : vStored) {
-        const std::uint64_t uEnd =
-            std::uint64_t{row.lists} + row.requireCount + row.provideCount + row.obsoleteCount;
-        if (uEnd > table.lists.size() || !holdsFileTexts(table.files, row.file)) {
-            return false;
-        }
-        table.rows.push_back({texts(row.name),
-                              texts(row.group),
-                              {row.epoch, texts(row.version), texts(row.release)},
-                              row.lists,
-                              row.requireCount,
-                              row.provideCount,
-                              row.obsoleteCount,
-                              row.file});
-    }
-    return true;
+    table.rows.assignUndefined(vStored.size());
+    bool bGood = true;
+    std::transform(vStored.begin(), vStored.end(), table.rows.begin(),
+                   [&](const StoredRow& row) -> PackageTable::Row {
+                       const std::uint64_t uEnd = std::uint64_t{row.lists} + row.requireCount +
+                                                  row.provideCount + row.obsoleteCount;
+                       bGood = bGood && uEnd <= table.lists.size() &&
+                               holdsFileTexts(table.files, row.file);
+                       return {texts(row.name),
+                               texts(row.group),
+                               {row.epoch, texts(row.version), texts(row.release)},
+                               row.lists,
+                               row.requireCount,
+                               row.provideCount,
+                               row.obsoleteCount,
+                               row.file};
+                   });
+    return bGood;
 }
 
 /// Reads what was skipped and the architectures. False if the machine judges these in another way.
 bool readMachine(Input& input, const Head& head, PrimaryContents& contents)
 {
-    std::vector<char> vSkipped;
-    std::vector<char> vArchitectures;
+    FlatArray<char> vSkipped;
+    FlatArray<char> vArchitectures;
     if (!input.read(vSkipped, head.skippedBytes) || !endsText(vSkipped) ||
         std::count(vSkipped.begin(), vSkipped.end(), '\0') % 2 != 0 ||
         !input.read(vArchitectures, head.architectureBytes) || !endsText(vArchitectures)) {

@@ -35,6 +35,7 @@ void printPlace(void* /*pContext*/, const char* /*pMessage*/, xmlParserSeveritie
 }
 
 int g_iLinesLeft = -1;  ///< negative: no limit
+std::size_t g_uSuppressed = 0;
 
 /// Takes the pieces of a message in; prints each line when it is complete.
 __attribute__((format(printf, 2, 3))) void printMarked(void* /*pContext*/, const char* pFormat, ...)
@@ -52,7 +53,9 @@ __attribute__((format(printf, 2, 3))) void printMarked(void* /*pContext*/, const
     std::free(pPiece);
     std::size_t uEnd = 0;
     while ((uEnd = s_sLine.find('\n')) != std::string::npos) {
-        if (g_iLinesLeft != 0) {
+        if (g_iLinesLeft == 0) {
+            ++g_uSuppressed;
+        } else {
             std::fprintf(stderr, "libxml2: %s\n", printable(s_sLine.substr(0, uEnd)).c_str());
             g_iLinesLeft -= g_iLinesLeft > 0 ? 1 : 0;
         }
@@ -70,6 +73,12 @@ void markLibraryMessages()
 LibraryMessageLimit::LibraryMessageLimit(int iLines)
 {
     g_iLinesLeft = iLines;
+    g_uSuppressed = 0;
+}
+
+std::size_t LibraryMessageLimit::suppressed()
+{
+    return g_uSuppressed;
 }
 
 LibraryMessageLimit::~LibraryMessageLimit()

@@ -42,6 +42,9 @@ public:
     explicit LibraryMessageLimit(int iLines);
     ~LibraryMessageLimit();
     LibraryMessageLimit(const LibraryMessageLimit&) = delete;
+
+    /// Lines that were not printed.
+    [[nodiscard]] static std::size_t suppressed();
     LibraryMessageLimit& operator=(const LibraryMessageLimit&) = delete;
 };
 
