@@ -49,12 +49,12 @@ void PackageSet::growSlots()
     }
 }
 
-std::uint32_t PackageSet::placeOf(const Dependency& dependency)
+std::uint32_t PackageSet::placeOf(const Dependency& dependency, std::size_t uHash)
 {
     if (m_table.dependencies.size() * 4 >= m_vSlots.size() * 3) {
         growSlots();
     }
-    std::size_t uSlot = hashOf(dependency);
+    std::size_t uSlot = uHash;
     while (m_vSlots[uSlot &= m_vSlots.size() - 1] != 0) {
         const std::uint32_t uPlace = m_vSlots[uSlot] - 1;
         if (isSame(m_table.dependencies[uPlace], dependency)) {
@@ -70,8 +70,20 @@ std::uint32_t PackageSet::placeOf(const Dependency& dependency)
 void PackageSet::insertList(const std::vector<Dependency>& vEntries, std::uint32_t& uCount)
 {
     uCount = static_cast<std::uint32_t>(vEntries.size());
+    // All of the list at once, as in a TextBatch: memory is waited for once and not for each entry.
+    m_vHashes.clear();
     for (const Dependency& entry : vEntries) {
-        m_table.lists.append(placeOf(entry));
+        m_vHashes.push_back(hashOf(entry));
+        if (!m_vSlots.empty()) {
+            __builtin_prefetch(&m_vSlots[m_vHashes.back() & (m_vSlots.size() - 1)]);
+        }
+    }
+    for (std::size_t u = 0; u < vEntries.size() && !m_vSlots.empty(); ++u) {
+        const std::uint32_t uPlace = m_vSlots[m_vHashes[u] & (m_vSlots.size() - 1)];
+        __builtin_prefetch(m_table.dependencies.data() + (uPlace > 0 ? uPlace - 1 : 0));
+    }
+    for (std::size_t u = 0; u < vEntries.size(); ++u) {
+        m_table.lists.append(placeOf(vEntries[u], m_vHashes[u]));
     }
 }
 

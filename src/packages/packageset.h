@@ -96,12 +96,13 @@ public:
     [[nodiscard]] Iterator end() const { return {*this, size()}; }
 
 private:
-    std::uint32_t placeOf(const Dependency& dependency);
+    std::uint32_t placeOf(const Dependency& dependency, std::size_t uHash);
     void insertList(const std::vector<Dependency>& vEntries, std::uint32_t& uCount);
     void growSlots();
 
     PackageTable m_table;
     std::vector<std::uint32_t> m_vSlots;  ///< while it is filled: finds dependencies, 0 is free
+    std::vector<std::size_t> m_vHashes;   ///< of a list that is inserted
 };
 
 /// The installed packages; only insertEqual() fills them, too.

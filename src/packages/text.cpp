@@ -43,7 +43,24 @@ public:
 
     [[nodiscard]] std::uint64_t secret() const { return m_uSecret; }
 
-    std::uint32_t find(std::string_view sText)
+    [[nodiscard]] std::uint32_t hashOf(std::string_view sText) const
+    {
+        return static_cast<std::uint32_t>((std::hash<std::string_view>()(sText) * m_uSecret) >>
+                                          32U);
+    }
+
+    // What finding a string of a hash will look at: its slot, then the string that stands there.
+    void fetchSlot(std::uint32_t uHash) const
+    {
+        __builtin_prefetch(&m_vTable[uHash & (m_vTable.size() - 1)]);
+    }
+    void fetchText(std::uint32_t uHash) const
+    {
+        const std::uint32_t uId = m_vTable[uHash & (m_vTable.size() - 1)].id;
+        __builtin_prefetch(m_vChunks[uId >> k_uChunkShift].get() + (uId & k_uChunkMask) * k_uUnit);
+    }
+
+    std::uint32_t find(std::string_view sText, std::uint32_t uHash)
     {
         if (sText.empty()) {
             return 0;
@@ -51,8 +68,6 @@ public:
         if (m_uCount * 4 >= m_vTable.size() * 3) {
             grow();
         }
-        const std::uint64_t uMixed = std::hash<std::string_view>()(sText) * m_uSecret;
-        const auto uHash = static_cast<std::uint32_t>(uMixed >> 32U);
         Slot& slot = findSlot(sText, uHash);
         if (slot.id == 0) {
             slot = {uHash, store(sText)};
@@ -161,7 +176,42 @@ std::size_t textBytes()
     return TextStore::instance().bytes();
 }
 
-Text::Text(std::string_view sText) : m_uId(TextStore::instance().find(sText)) {}
+Text::Text(std::string_view sText)
+{
+    TextStore& store = TextStore::instance();
+    m_uId = store.find(sText, store.hashOf(sText));
+}
+
+std::uint32_t TextBatch::add(std::string_view sText)
+{
+    const TextStore& store = TextStore::instance();
+    const std::uint32_t uHash = store.hashOf(sText);
+    store.fetchSlot(uHash);
+    m_vItems.push_back({static_cast<std::uint32_t>(m_sBytes.size()),
+                        static_cast<std::uint32_t>(sText.size()), uHash});
+    m_sBytes += sText;
+    return static_cast<std::uint32_t>(m_vItems.size() - 1);
+}
+
+void TextBatch::find(std::vector<Text>& vTexts)
+{
+    TextStore& store = TextStore::instance();
+    for (const Item& item : m_vItems) {
+        store.fetchText(item.hash);
+    }
+    vTexts.clear();
+    for (const Item& item : m_vItems) {
+        const std::string_view sText(m_sBytes.data() + item.begin, item.length);
+        vTexts.push_back(Text::fromId(store.find(sText, item.hash)));
+    }
+    clear();
+}
+
+void TextBatch::clear()
+{
+    m_sBytes.clear();
+    m_vItems.clear();
+}
 
 std::string_view Text::view() const
 {

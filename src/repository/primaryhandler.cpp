@@ -98,6 +98,10 @@ PrimaryHandler::Kind PrimaryHandler::startPackage(const StartTag& tag)
         return Kind::IGNORED;
     }
     m_draft = {};
+    m_texts.clear();
+    for (std::vector<Entry>* pList : {&m_vProvides, &m_vRequires, &m_vObsoletes}) {
+        pList->clear();
+    }
     return Kind::PACKAGE;
 }
 
@@ -116,7 +120,7 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startPackageChild(const Star
         if (!evr) {
             return {};
         }
-        package.evr = *evr;
+        package.evr = {evr->epoch, evr->version, evr->release};
         return Kind::VERSION;
     }
     if (sName == "location") {
@@ -182,12 +186,16 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startEntry(const StartTag& t
     if (!entry) {
         return {};
     }
-    logMessage(TRACE, "%s", dependencyText(*entry).c_str());
+    const EvrAttributes& evr = entry->evr;
+    logMessage(
+        TRACE, "%s",
+        dependencyText({entry->name, {evr.epoch, evr.version, evr.release}, entry->flags}).c_str());
     const Kind list = m_vKinds.back();
-    std::vector<Dependency>& vEntries = list == Kind::PROVIDES   ? m_draft.package.provides
-                                        : list == Kind::REQUIRES ? m_draft.package.requires_
-                                                                 : m_draft.package.obsoletes;
-    vEntries.push_back(*entry);
+    std::vector<Entry>& vEntries = list == Kind::PROVIDES   ? m_vProvides
+                                   : list == Kind::REQUIRES ? m_vRequires
+                                                            : m_vObsoletes;
+    vEntries.push_back({m_texts.add(entry->name), m_texts.add(evr.version),
+                        m_texts.add(evr.release), evr.epoch, entry->flags});
     if (vEntries.size() > k_uMaxDependencies) {
         logMessage(DEBUG, "too many dependencies of a package");
         return {};
@@ -246,6 +254,7 @@ bool PrimaryHandler::endPackage()
         return false;
     }
     if (isForThisMachine()) {
+        takeLists();
         m_contents.packages.insertEqual(m_draft.package);
     }
     if (m_contents.packages.bytes() + m_contents.skipped.size() + textBytes() > k_uMaxBytes) {
@@ -254,6 +263,22 @@ bool PrimaryHandler::endPackage()
         return false;
     }
     return true;
+}
+
+/// Puts the lists that were gathered into the draft.
+void PrimaryHandler::takeLists()
+{
+    m_texts.find(m_vTexts);
+    const auto take = [&](const std::vector<Entry>& vFrom, std::vector<Dependency>& vTo) {
+        for (const Entry& entry : vFrom) {
+            vTo.push_back({m_vTexts[entry.name],
+                           {entry.epoch, m_vTexts[entry.version], m_vTexts[entry.release]},
+                           entry.flags});
+        }
+    };
+    take(m_vProvides, m_draft.package.provides);
+    take(m_vRequires, m_draft.package.requires_);
+    take(m_vObsoletes, m_draft.package.obsoletes);
 }
 
 /// False (logged, and noted) if the machine cannot install the package.

@@ -37,9 +37,18 @@ private:
         ENTRY
     };
 
+    /// An entry of a list, with numbers of texts in the batch.
+    struct Entry {
+        std::uint32_t name;
+        std::uint32_t version;
+        std::uint32_t release;
+        std::int32_t epoch;
+        std::int32_t flags;
+    };
+
     /// One `package` element under way.
     struct Draft {
-        PackageRecord package;
+        PackageRecord package;  ///< without its lists
         std::string arch;
         bool hasName = false;
         bool hasArch = false;
@@ -62,6 +71,13 @@ private:
     [[nodiscard]] bool isForThisMachine();
 
     PrimaryContents& m_contents;
+    void takeLists();
+
+    TextBatch m_texts;  ///< of all entries of the package
+    std::vector<Text> m_vTexts;
+    std::vector<Entry> m_vProvides;  ///< of all lists, in the order of the file
+    std::vector<Entry> m_vRequires;
+    std::vector<Entry> m_vObsoletes;
     std::vector<Kind> m_vKinds;  ///< of the open elements
     Draft m_draft;
 };

@@ -107,7 +107,7 @@ bool isClean(std::string_view sText, const char* pElement)
     return true;
 }
 
-std::optional<Evr> parseEvrAttributes(const StartTag& tag)
+std::optional<EvrAttributes> parseEvrAttributes(const StartTag& tag)
 {
     const auto sEpoch = attributeOf(tag, "epoch");
     const auto sVersion = attributeOf(tag, "ver");
@@ -120,16 +120,16 @@ std::optional<Evr> parseEvrAttributes(const StartTag& tag)
     if (!iEpoch || !isClean(*sVersion, tag.name) || !isClean(sRelease.value_or(""), tag.name)) {
         return {};
     }
-    return Evr{*iEpoch, *sVersion, sRelease.value_or("")};
+    return EvrAttributes{*iEpoch, *sVersion, sRelease.value_or("")};
 }
 
-std::optional<Dependency> parseEntry(const StartTag& tag, std::string_view sName)
+std::optional<EntryAttributes> parseEntry(const StartTag& tag, std::string_view sName)
 {
     if (!isClean(sName, tag.name)) {
         return {};
     }
     if (!hasAttribute(tag, "ver")) {
-        return Dependency{sName, {}, 0};
+        return EntryAttributes{sName, {}, 0};
     }
     const auto evr = parseEvrAttributes(tag);
     if (!evr) {
@@ -142,5 +142,5 @@ std::optional<Dependency> parseEntry(const StartTag& tag, std::string_view sName
         return {};
     }
     const auto iFlags = parseFlags(*sFlags);
-    return iFlags ? std::optional(Dependency{sName, *evr, *iFlags}) : std::nullopt;
+    return iFlags ? std::optional(EntryAttributes{sName, *evr, *iFlags}) : std::nullopt;
 }

@@ -4,6 +4,7 @@
 
 #include <libxml/xmlstring.h>
 
+#include <cstdint>
 #include <optional>
 #include <string_view>
 
@@ -33,11 +34,26 @@ struct StartTag {
 /// True if a text of this element holds no control character; otherwise told at DEBUG.
 [[nodiscard]] bool isClean(std::string_view sText, const char* pElement);
 
+/// A version as attributes give it. Valid during the event.
+struct EvrAttributes {
+    std::int32_t epoch = 0;
+    std::string_view version;
+    std::string_view release;
+};
+
+/// A dependency as an `entry` gives it. Valid during the event.
+struct EntryAttributes {
+    std::string_view name;
+    EvrAttributes evr;
+    std::int32_t flags = 0;
+};
+
 /// The version that the attributes `epoch` (0 to 2147483646), `ver` and `rel` give; only the last
 /// may be missing. Nothing, told at DEBUG but for a bad epoch, if they are not all right.
-[[nodiscard]] std::optional<Evr> parseEvrAttributes(const StartTag& tag);
+[[nodiscard]] std::optional<EvrAttributes> parseEvrAttributes(const StartTag& tag);
 
 /// The dependency that an `entry` gives. Nothing, told at DEBUG, if it is malformed.
 ///
 /// @param sName  its name, already read.
-[[nodiscard]] std::optional<Dependency> parseEntry(const StartTag& tag, std::string_view sName);
+[[nodiscard]] std::optional<EntryAttributes> parseEntry(const StartTag& tag,
+                                                        std::string_view sName);
