@@ -88,16 +88,17 @@ std::int64_t placeOf(const xmlParserCtxt& context)
 void advance(Reading& reading, std::uint64_t uParts)
 {
     reading.parts += uParts;
-    if (LibraryMessageLimit::suppressed() > k_uMaxSuppressed) {
-        refuse(reading, "too many errors");
-    }
-    if (reading.parts > k_uMaxParts) {
-        refuse(reading, "too many elements");
-    }
     reading.atEvent = reading.received;
     reading.eventEnd = placeOf(*reading.context);
-    if (++reading.events % k_uLookEvery == 0 && signalNoted != 0) {
+    if (++reading.events % k_uLookEvery != 0) {
+        return;
+    }
+    if (signalNoted != 0) {
         refuse(reading, nullptr);
+    } else if (LibraryMessageLimit::suppressed() > k_uMaxSuppressed) {
+        refuse(reading, "too many errors");
+    } else if (reading.parts > k_uMaxParts) {
+        refuse(reading, "too many elements");
     }
 }
 

@@ -174,17 +174,12 @@ std::optional<PrimaryHandler::Kind> PrimaryHandler::startEntry(const StartTag& t
     if (std::string_view(tag.name) != "entry") {
         return Kind::IGNORED;
     }
-    const auto sName = attributeOf(tag, "name");
-    if (!sName) {
-        logMessage(DEBUG, "failed getting 'name' from 'entry'");
-        return {};
-    }
-    if (sName->starts_with("rpmlib(")) {
-        return Kind::ENTRY;
-    }
-    const auto entry = parseEntry(tag, *sName);
+    const auto entry = parseEntry(tag);
     if (!entry) {
         return {};
+    }
+    if (entry->name.starts_with(k_sOfRpmItself)) {
+        return Kind::ENTRY;
     }
     const EvrAttributes& evr = entry->evr;
     logMessage(

@@ -3,12 +3,12 @@
 #include "repository/textnumbers.h"
 #include "support/files.h"
 #include "support/logger.h"
-#include "support/sha1.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <array>
@@ -29,7 +29,7 @@ struct Head {
     std::array<char, 8> magic = k_vMagic;
     std::uint32_t version = k_uVersion;
     std::uint32_t byteOrder = k_uByteOrder;
-    Sha1Digest digest = {};         ///< of all that follows
+    std::uint32_t crc = 0;          ///< of all that follows
     std::uint32_t texts = 0;        ///< texts, but for the empty one, which has number 0
     std::array<char, 64> sum = {};  ///< tells the primary file
     std::uint64_t textBytes = 0;
@@ -40,7 +40,8 @@ struct Head {
     std::uint64_t skippedBytes = 0;
     std::uint64_t architectureBytes = 0;  ///< '+' or '-' in front of each
 };
-constexpr std::size_t k_uDigested = offsetof(Head, texts);  ///< where the digested part begins
+constexpr std::size_t k_uChecked =
+    offsetof(Head, texts);  ///< where the part begins that the sum is of
 
 /// As in the arrays, with numbers of texts.
 struct StoredDependency {
@@ -52,7 +53,7 @@ struct StoredRow {
     std::int32_t epoch;
     std::uint32_t lists, requireCount, provideCount, obsoleteCount, file;
 };
-static_assert(sizeof(Head) == 160 && sizeof(StoredDependency) == 20 && sizeof(StoredRow) == 40);
+static_assert(sizeof(Head) == 144 && sizeof(StoredDependency) == 20 && sizeof(StoredRow) == 40);
 
 std::string architecturesOf(const PrimaryContents& contents)
 {
@@ -63,10 +64,16 @@ std::string architecturesOf(const PrimaryContents& contents)
     return sAll;
 }
 
-/// Writes to a file in blocks, and digests what it writes.
+std::uint32_t crcOf(std::uint32_t uCrc, const char* pData, std::size_t uLength)
+{
+    return static_cast<std::uint32_t>(
+        crc32_z(uCrc, reinterpret_cast<const unsigned char*>(pData), uLength));
+}
+
+/// Writes to a file in blocks, and sums what it writes up.
 class Output {
 public:
-    explicit Output(int iFd) : m_iFd(iFd) { sha1Init(m_digest); }
+    explicit Output(int iFd) : m_iFd(iFd) {}
 
     template <typename Value>
     void write(const Value* pValues, std::size_t uCount)
@@ -82,30 +89,29 @@ public:
     /// @return false, with errno set, if any of it failed.
     bool flush()
     {
-        sha1Update(m_digest, reinterpret_cast<const unsigned char*>(m_vBuffer.data()),
-                   m_vBuffer.size());
+        m_uCrc = crcOf(m_uCrc, m_vBuffer.data(), m_vBuffer.size());
         m_bOk = m_bOk && writeAll(m_iFd, m_vBuffer.data(), m_vBuffer.size());
         m_vBuffer.clear();
         return m_bOk;
     }
 
-    Sha1Digest digest() { return sha1Final(m_digest); }
+    [[nodiscard]] std::uint32_t crc() const { return m_uCrc; }
 
 private:
     int m_iFd;
     bool m_bOk = true;
     std::vector<char> m_vBuffer;
-    Sha1Context m_digest;
+    std::uint32_t m_uCrc = 0;
 };
 
 bool writeParts(int iFd, Head head, const PackageTable& table, const TextNumbers& numbers,
                 const PrimaryContents& contents, const std::string& sArchitectures)
 {
-    if (lseek(iFd, static_cast<off_t>(k_uDigested), SEEK_SET) < 0) {
+    if (lseek(iFd, static_cast<off_t>(k_uChecked), SEEK_SET) < 0) {
         return false;
     }
     Output output(iFd);
-    output.write(reinterpret_cast<const char*>(&head) + k_uDigested, sizeof(head) - k_uDigested);
+    output.write(reinterpret_cast<const char*>(&head) + k_uChecked, sizeof(head) - k_uChecked);
     numbers.visit([&](Text sText) { output.write(sText.c_str(), sText.view().size() + 1); });
     for (const Dependency& entry : table.dependencies) {
         const StoredDependency stored = {numbers.of(entry.name), numbers.of(entry.evr.version),
@@ -133,8 +139,8 @@ bool writeParts(int iFd, Head head, const PackageTable& table, const TextNumbers
     if (!output.flush() || lseek(iFd, 0, SEEK_SET) < 0) {
         return false;
     }
-    head.digest = output.digest();
-    return writeAll(iFd, reinterpret_cast<const char*>(&head), k_uDigested);
+    head.crc = output.crc();
+    return writeAll(iFd, reinterpret_cast<const char*>(&head), k_uChecked);
 }
 
 Head headFor(const std::string& sSum, const PackageTable& table, const TextNumbers& numbers,
@@ -167,10 +173,10 @@ bool hasRoom(const std::string& sDirectory, std::uint64_t uSize)
            static_cast<std::uint64_t>(info.f_bavail) * info.f_frsize >= 2 * uSize;
 }
 
-/// Reads the parts of a file, none of which may be longer than the file, and digests them.
+/// Reads the parts of a file, none of which may be longer than the file, and sums them up.
 class Input {
 public:
-    Input(int iFd, std::uint64_t uSize) : m_iFd(iFd), m_uLeft(uSize) { sha1Init(m_digest); }
+    Input(int iFd, std::uint64_t uSize) : m_iFd(iFd), m_uLeft(uSize) {}
 
     /// @return false if not all of it could be read.
     template <typename Value>
@@ -196,16 +202,16 @@ public:
             pData += iRead;
             uLength -= static_cast<std::size_t>(iRead);
         }
-        sha1Update(m_digest, reinterpret_cast<const unsigned char*>(pBegin), uAll);
+        m_uCrc = crcOf(m_uCrc, pBegin, uAll);
         return true;
     }
 
-    Sha1Digest digest() { return sha1Final(m_digest); }
+    [[nodiscard]] std::uint32_t crc() const { return m_uCrc; }
 
 private:
     int m_iFd;
     std::uint64_t m_uLeft;
-    Sha1Context m_digest;
+    std::uint32_t m_uCrc = 0;
 };
 
 bool endsText(const FlatArray<char>& vBytes)
@@ -326,21 +332,21 @@ bool readMachine(Input& input, const Head& head, PrimaryContents& contents)
 }
 
 /// Why a file is of no use; null if `contents` has it all. Part by part: what was read of one is let
-/// go in front of the next, and all is used only when the digest has been found right.
+/// go in front of the next, and all is used only when the sum has been found right.
 const char* readTable(int iFd, const std::string& sSum, PrimaryContents& contents)
 {
     Head head;
     struct stat info = {};
     if (fstat(iFd, &info) != 0 || !S_ISREG(info.st_mode) ||
         info.st_size < static_cast<off_t>(sizeof(head)) ||
-        ::read(iFd, &head, k_uDigested) != static_cast<ssize_t>(k_uDigested)) {
+        ::read(iFd, &head, k_uChecked) != static_cast<ssize_t>(k_uChecked)) {
         return "cut";
     }
     if (head.magic != k_vMagic || head.version != k_uVersion || head.byteOrder != k_uByteOrder) {
         return "of another form";
     }
-    Input input(iFd, static_cast<std::uint64_t>(info.st_size) - k_uDigested);
-    if (!input.read(reinterpret_cast<char*>(&head) + k_uDigested, sizeof(head) - k_uDigested)) {
+    Input input(iFd, static_cast<std::uint64_t>(info.st_size) - k_uChecked);
+    if (!input.read(reinterpret_cast<char*>(&head) + k_uChecked, sizeof(head) - k_uChecked)) {
         return "cut";
     }
     if (std::string_view(head.sum.data(), strnlen(head.sum.data(), head.sum.size())) != sSum) {
@@ -358,7 +364,7 @@ const char* readTable(int iFd, const std::string& sSum, PrimaryContents& content
     if (!readMachine(input, head, read)) {
         return "damaged, or of another machine";
     }
-    if (sizeOf(head) != static_cast<std::uint64_t>(info.st_size) || input.digest() != head.digest) {
+    if (sizeOf(head) != static_cast<std::uint64_t>(info.st_size) || input.crc() != head.crc) {
         return "damaged";
     }
     read.packages.adopt(std::move(table));

@@ -11,8 +11,8 @@
 //
 // A file is a head and these parts: texts, dependencies, lists, packages, file texts, skipped
 // packages, architectures. All numbers are in the machine's byte order; texts end in a null byte and
-// are told by their number. The head names the length of each part and carries the SHA-1 digest of
-// all that is behind the digest.
+// are told by their number. The head names the length of each part and carries the CRC-32 of all
+// that is behind it.
 
 /// What the name of a compiled form ends in, behind that of the primary file.
 inline constexpr const char* k_pTableSuffix = ".table";

@@ -28,6 +28,9 @@ Attribute attributeAt(const StartTag& tag, int i)
 /// 0 to INT_MAX - 1, in decimal, with what strtol() takes in front.
 std::optional<std::int32_t> parseEpoch(std::string_view sText)
 {
+    if (sText == "0") {
+        return 0;  // nearly all
+    }
     const std::string sCopy(sText);
     char* pEnd = nullptr;
     const long iValue = std::strtol(sCopy.c_str(), &pEnd, 10);
@@ -107,11 +110,55 @@ bool isClean(std::string_view sText, const char* pElement)
     return true;
 }
 
-std::optional<EvrAttributes> parseEvrAttributes(const StartTag& tag)
+namespace {
+
+/// The attributes that an `entry` can have, found in one pass: entries are most of a primary file.
+struct KnownAttributes {
+    std::optional<std::string_view> name, flags, epoch, version, release;
+
+    explicit KnownAttributes(const StartTag& tag)
+    {
+        for (int i = 0; i < tag.attributeCount; ++i) {
+            const Attribute attribute = attributeAt(tag, i);
+            std::optional<std::string_view>* pValue =
+                attribute.prefixed ? nullptr : find(attribute.name);
+            if (pValue != nullptr && !*pValue) {
+                *pValue = attribute.value;
+            }
+        }
+    }
+
+private:
+    std::optional<std::string_view>* find(std::string_view sName)
+    {
+        switch (sName.size()) {
+            case 3:
+                return sName == "ver" ? &version : sName == "rel" ? &release : nullptr;
+            case 4:
+                return sName == "name" ? &name : nullptr;
+            case 5:
+                return sName == "flags" ? &flags : sName == "epoch" ? &epoch : nullptr;
+            default:
+                return nullptr;
+        }
+    }
+};
+
+/// A value, telling at DEBUG if it is missing.
+const std::optional<std::string_view>& told(const StartTag& tag, const char* pName,
+                                            const std::optional<std::string_view>& sValue)
 {
-    const auto sEpoch = attributeOf(tag, "epoch");
-    const auto sVersion = attributeOf(tag, "ver");
-    const auto sRelease = attributeOf(tag, "rel");
+    if (!sValue) {
+        logNoAttribute(pName, tag.name);
+    }
+    return sValue;
+}
+
+std::optional<EvrAttributes> parseEvr(const StartTag& tag, const KnownAttributes& known)
+{
+    const auto& sEpoch = told(tag, "epoch", known.epoch);
+    const auto& sVersion = told(tag, "ver", known.version);
+    const auto& sRelease = told(tag, "rel", known.release);
     if (!sEpoch || !sVersion) {
         logMessage(DEBUG, "failed parsing 'version' element");
         return {};
@@ -123,24 +170,40 @@ std::optional<EvrAttributes> parseEvrAttributes(const StartTag& tag)
     return EvrAttributes{*iEpoch, *sVersion, sRelease.value_or("")};
 }
 
-std::optional<EntryAttributes> parseEntry(const StartTag& tag, std::string_view sName)
+}  // namespace
+
+std::optional<EvrAttributes> parseEvrAttributes(const StartTag& tag)
 {
-    if (!isClean(sName, tag.name)) {
+    return parseEvr(tag, KnownAttributes(tag));
+}
+
+std::optional<EntryAttributes> parseEntry(const StartTag& tag)
+{
+    const KnownAttributes known(tag);
+    const auto& sName = told(tag, "name", known.name);
+    if (!sName) {
+        logMessage(DEBUG, "failed getting 'name' from 'entry'");
         return {};
     }
-    if (!hasAttribute(tag, "ver")) {
-        return EntryAttributes{sName, {}, 0};
+    if (sName->starts_with(k_sOfRpmItself)) {
+        return EntryAttributes{*sName, {}, 0};
     }
-    const auto evr = parseEvrAttributes(tag);
+    if (!isClean(*sName, tag.name)) {
+        return {};
+    }
+    if (!known.version && !hasAttribute(tag, "ver")) {
+        return EntryAttributes{*sName, {}, 0};
+    }
+    const auto evr = parseEvr(tag, known);
     if (!evr) {
         logMessage(DEBUG, "failed parsing EVR in entry");
         return {};
     }
-    const auto sFlags = attributeOf(tag, "flags");
+    const auto& sFlags = told(tag, "flags", known.flags);
     if (!sFlags) {
         logMessage(DEBUG, "failed parsing 'flags' in 'entry'");
         return {};
     }
     const auto iFlags = parseFlags(*sFlags);
-    return iFlags ? std::optional(EntryAttributes{sName, *evr, *iFlags}) : std::nullopt;
+    return iFlags ? std::optional(EntryAttributes{*sName, *evr, *iFlags}) : std::nullopt;
 }

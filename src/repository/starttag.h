@@ -52,8 +52,9 @@ struct EntryAttributes {
 /// may be missing. Nothing, told at DEBUG but for a bad epoch, if they are not all right.
 [[nodiscard]] std::optional<EvrAttributes> parseEvrAttributes(const StartTag& tag);
 
-/// The dependency that an `entry` gives. Nothing, told at DEBUG, if it is malformed.
-///
-/// @param sName  its name, already read.
-[[nodiscard]] std::optional<EntryAttributes> parseEntry(const StartTag& tag,
-                                                        std::string_view sName);
+/// What an entry's name begins with if it is about a feature of rpm itself.
+inline constexpr std::string_view k_sOfRpmItself = "rpmlib(";
+
+/// The dependency that an `entry` gives. Nothing, told at DEBUG, if it is malformed. Of one about rpm
+/// itself only the name is read.
+[[nodiscard]] std::optional<EntryAttributes> parseEntry(const StartTag& tag);
