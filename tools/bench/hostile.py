@@ -28,8 +28,9 @@ def _entry(name: object, flags: str = "", version: object = "") -> str:
 def crowd(share: float) -> Iterator[str]:
     """One name, provided and required in as many versions, of which none fits another."""
     count = int(80_000 * share)
-    yield _package("app", 2, _list("requires", (_entry("x", "EQ", 2 * i + 1) for i in range(count))))
-    yield _package("other", 1, _list("provides", (_entry("x", "EQ", 2 * i) for i in range(count))))
+    yield _package("app", 2, _list("provides", (_entry("x", "EQ", 4 * i) for i in range(count // 2)))
+                   + _list("requires", (_entry("x", "EQ", 2 * i + 1) for i in range(count))))
+    yield _package("other", 1, _list("provides", (_entry("x", "EQ", 4 * i + 2) for i in range(count // 2))))
 
 
 def chain(share: float) -> Iterator[str]:
