@@ -18,7 +18,7 @@ from pathlib import Path
 from device import cache, scene
 from device.device import Device
 
-from . import generate, jobs, measure, report, transfer
+from . import generate, hostile, jobs, measure, report, transfer
 from .bed import Bed
 
 ROUNDS = {1_000: 15, 10_000: 9, 60_000: 5, 240_000: 3}
@@ -63,6 +63,20 @@ def _bench_transfer() -> list[str]:
                          own / other, 1.3)
 
 
+def _bench_hostile() -> tuple[list[str], list[list[str]]]:
+    """The lines of a table, and rows of the targets."""
+    rows = [["a megabyte of", "processor", "peak"]]
+    most = [0.0, 0.0]
+    with Device(scene.program()) as device:
+        device.configure()
+        for document in hostile.DOCUMENTS:
+            _, *figures = hostile.cost(device, document, 1)
+            most = list(map(max, most, figures))
+            rows.append([document.__name__.replace("_", " "), f"{figures[0]:.1f} s", f"{figures[1]:.0f} MiB"])
+    return (["Metadata that are made to cost as much as they can (`tools/bench/hostile.py`):", "", report.table(rows), ""],
+            [report.judged("the worst of them, processor seconds", most[0], 10), report.judged("the same, MiB", most[1], 300)])
+
+
 def _put_out(*command: str) -> str:
     return subprocess.run(command, capture_output=True, text=True, check=True).stdout.strip()
 
@@ -91,6 +105,10 @@ def main() -> int:
     circumstances = _circumstances() if options.plot else ""
     results, lines = _bench_checks(options)
     judged = [*report.targets(results, complete=options.plot), _bench_digest(), _bench_transfer()]
+    if options.growth:
+        table, rows = _bench_hostile()
+        lines += table
+        judged += rows
     lines += ["Targets:", "", report.table([["", "figure", "target", ""], *judged])]
     print("\n".join(lines))
     failed = any(row.error for rows in results.values() for row in rows.values())

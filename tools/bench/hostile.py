@@ -5,6 +5,16 @@ import hashlib
 from collections.abc import Iterable, Iterator
 from pathlib import Path
 
+from device.device import Device, Package, Result
+
+CACHE = "/var/cache/updater/base"
+#: Stands alone, in the device: processor seconds and peak memory of a command.
+MEASURE = """import resource, subprocess, sys
+code = subprocess.call(sys.argv[1:])
+used = resource.getrusage(resource.RUSAGE_CHILDREN)
+print(used.ru_utime + used.ru_stime, used.ru_maxrss / 1024)
+sys.exit(code)"""
+
 HEAD = ('<metadata xmlns="http://linux.duke.edu/metadata/common" xmlns:rpm="http://linux.duke.edu/metadata/rpm">')
 TAIL = "</metadata>"
 
@@ -71,12 +81,12 @@ def obsoletes(share: float) -> Iterator[str]:
 
 def packages(share: float) -> Iterator[str]:
     """As many small packages as a GiB holds."""
-    for i in range(int(4_000_000 * share)):
-        yield _package(i % 50_000, 1)
+    for i in range(int(3_500_000 * share)):
+        yield _package(i % 500, 1)
 
 
 def entries(share: float) -> Iterator[str]:
-    yield _package("app", 2, _list("provides", [_entry("a")] * int(40_000_000 * share)))
+    yield _package("app", 2, _list("provides", [_entry("a")] * int(20_000_000 * share)))
 
 
 def elements(share: float) -> Iterator[str]:
@@ -87,7 +97,7 @@ def elements(share: float) -> Iterator[str]:
 def attributes(share: float) -> Iterator[str]:
     """As many as a tag may hold, in as many tags as a GiB holds."""
     tag = "<a " + " ".join(f"{chr(97 + i // 26)}{chr(97 + i % 26)}=''" for i in range(64)) + "/>"
-    for _ in range(int(2_300 * share)):
+    for _ in range(int(600 * share)):
         yield tag * 1_000
 
 
@@ -131,3 +141,16 @@ def write(document, share: float, directory: Path) -> None:
     (directory / "repomd.xml").write_text(
         f'<repomd xmlns="http://linux.duke.edu/metadata/repo"><data type="primary"><checksum type="sha">{sum}</checksum>'
         '<location href="repodata/primary.xml.gz"/></data></repomd>')
+
+
+def cost(device: Device, document, share: float) -> tuple[Result, float, float]:
+    """A check against a document: what it gave, its processor seconds and its peak in MiB."""
+    if not device.path(CACHE).exists():
+        device.install(Package("app", "1-1"))
+        device.path(CACHE).mkdir()
+    for file in device.path(CACHE).iterdir():
+        file.unlink()
+    write(document, share, device.path(CACHE))
+    result = device.shell(f"/usr/bin/python3 -I -c '{MEASURE}' updater --check-only --cache-only", timeout=120)
+    seconds, mebibytes = map(float, result.stdout.split())
+    return result, seconds, mebibytes
