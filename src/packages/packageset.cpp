@@ -1,6 +1,8 @@
 #include "packages/packageset.h"
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -25,14 +27,18 @@ bool isSame(const Dependency& a, const Dependency& b)
            a.evr.epoch == b.evr.epoch && a.flags == b.flags;
 }
 
-/// The first bytes of a name as a number that is ordered like them.
-std::uint64_t prefixOf(std::string_view sName)
+/// The first bytes of a name as numbers that are ordered like them.
+using Prefix = std::array<std::uint64_t, 2>;
+
+Prefix prefixOf(std::string_view sName)
 {
-    std::uint64_t uPrefix = 0;
-    for (std::size_t u = 0; u < sizeof(uPrefix); ++u) {
-        uPrefix = uPrefix << 8U | (u < sName.size() ? static_cast<unsigned char>(sName[u]) : 0U);
+    std::array<unsigned char, sizeof(Prefix)> vBytes = {};
+    std::memcpy(vBytes.data(), sName.data(), std::min(sName.size(), vBytes.size()));
+    Prefix vPrefix = {};
+    for (std::size_t u = 0; u < vBytes.size(); ++u) {
+        vPrefix[u / 8] = vPrefix[u / 8] << 8U | vBytes[u];
     }
-    return uPrefix;
+    return vPrefix;
 }
 
 }  // namespace
@@ -107,7 +113,7 @@ void PackageSet::sort()
     m_vSlots = {};
     // By the first bytes, as numbers that lie side by side; only among equal ones by the rest.
     struct Key {
-        std::uint64_t prefix;
+        Prefix prefix;
         std::uint32_t place;
     };
     std::vector<Key> vKeys;

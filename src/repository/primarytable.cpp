@@ -80,18 +80,25 @@ public:
     {
         static_assert(std::is_trivially_copyable_v<Value>);
         const auto* pBytes = reinterpret_cast<const char*>(pValues);
-        m_vBuffer.insert(m_vBuffer.end(), pBytes, pBytes + uCount * sizeof(Value));
-        if (m_vBuffer.size() >= 65536) {
-            flush();
+        std::size_t uLeft = uCount * sizeof(Value);
+        while (uLeft > 0) {
+            const std::size_t uPart = std::min(uLeft, m_vBuffer.size() - m_uUsed);
+            std::memcpy(m_vBuffer.data() + m_uUsed, pBytes, uPart);
+            m_uUsed += uPart;
+            pBytes += uPart;
+            uLeft -= uPart;
+            if (m_uUsed == m_vBuffer.size()) {
+                flush();
+            }
         }
     }
 
     /// @return false, with errno set, if any of it failed.
     bool flush()
     {
-        m_uCrc = crcOf(m_uCrc, m_vBuffer.data(), m_vBuffer.size());
-        m_bOk = m_bOk && writeAll(m_iFd, m_vBuffer.data(), m_vBuffer.size());
-        m_vBuffer.clear();
+        m_uCrc = crcOf(m_uCrc, m_vBuffer.data(), m_uUsed);
+        m_bOk = m_bOk && writeAll(m_iFd, m_vBuffer.data(), m_uUsed);
+        m_uUsed = 0;
         return m_bOk;
     }
 
@@ -100,7 +107,8 @@ public:
 private:
     int m_iFd;
     bool m_bOk = true;
-    std::vector<char> m_vBuffer;
+    std::array<char, 65536> m_vBuffer;
+    std::size_t m_uUsed = 0;
     std::uint32_t m_uCrc = 0;
 };
 

@@ -27,7 +27,7 @@ public:
 
 private:
     struct Block {
-        std::array<char, 65536> data;
+        std::array<char, 262144> data;
         int length;  ///< 0 or negative: the end of the file
     };
 
