@@ -12,8 +12,8 @@
 /// metadata and packages into the cache. No failure leaves it but as a false result with log lines.
 ///
 /// Below `Config::cacheDir`, which must exist, the cache holds a directory of the repository's id
-/// with "repomd.xml", the primary file under the name that the index gives it, and "packages/".
-/// Nothing is ever half written under a final name.
+/// with "repomd.xml", the primary file under the name that the index gives it, its compiled form beside
+/// it, and "packages/". Nothing is ever half written under a final name.
 class Repository {
 public:
     /// Touches no file. Both records must outlive the object.

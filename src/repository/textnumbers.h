@@ -2,6 +2,7 @@
 
 #include "packages/packageset.h"
 
+#include <bit>
 #include <cstdint>
 #include <vector>
 
@@ -23,7 +24,8 @@ public:
     {
         for (std::uint32_t uWord = 0; uWord < m_vMarks.size(); ++uWord) {
             for (std::uint64_t uLeft = m_vMarks[uWord]; uLeft != 0; uLeft &= uLeft - 1) {
-                call(Text::fromId(64 * uWord + static_cast<std::uint32_t>(__builtin_ctzll(uLeft))));
+                call(
+                    Text::fromId(64 * uWord + static_cast<std::uint32_t>(std::countr_zero(uLeft))));
             }
         }
     }
