@@ -71,6 +71,9 @@ private:
         void* pValues = std::realloc(static_cast<void*>(data()),
                                      std::max<std::size_t>(uCapacity, 1) * sizeof(Value));
         if (pValues == nullptr) {
+            if (const std::new_handler pHandler = std::get_new_handler()) {
+                pHandler();  // as `new` does
+            }
             throw std::bad_alloc();
         }
         static_cast<void>(m_pValues.release());

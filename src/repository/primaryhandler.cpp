@@ -14,7 +14,7 @@ constexpr const char* k_pCommonNamespace = "http://linux.duke.edu/metadata/commo
 constexpr const char* k_pRpmNamespace = "http://linux.duke.edu/metadata/rpm";
 
 /// The most entries of one list. Real packages have up to some ten thousand.
-constexpr std::size_t k_uMaxDependencies = 1'000'000;
+constexpr std::size_t k_uMaxDependencies = 100'000;
 
 /// Real repositories have a handful.
 constexpr std::size_t k_uMaxArchitectures = 1000;
