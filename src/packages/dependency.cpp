@@ -28,33 +28,24 @@ void DependencySet::insertAll(std::vector<Dependency> vEntries)
     m_vEntries.shrink_to_fit();
 }
 
-void DependencySet::eraseMarked(const std::vector<bool>& vMarks)
-{
-    std::size_t uKept = 0;
-    for (std::size_t u = 0; u < m_vEntries.size(); ++u) {
-        if (!vMarks[u]) {
-            m_vEntries[uKept++] = m_vEntries[u];
-        }
-    }
-    m_vEntries.resize(uKept);
-}
-
 bool dependencyMatches(const Dependency& a, const Dependency& b)
 {
     if (a.name != b.name) {
         return false;
     }
-    if (a.flags == 0 || b.flags == 0 || a.evr.version.empty() || b.evr.version.empty()) {
-        return true;
-    }
-    const int iOrder = compareEvrBound(a.evr, b.evr);
+    return matchesEveryVersion(a) || matchesEveryVersion(b) ||
+           rangesOverlap(compareEvrBound(a.evr, b.evr), a.flags, b.flags);
+}
+
+bool rangesOverlap(int iOrder, std::int32_t iFlags, std::int32_t iOtherFlags)
+{
     if (iOrder < 0) {
-        return (a.flags & GREATER) != 0 || (b.flags & LESS) != 0;
+        return (iFlags & GREATER) != 0 || (iOtherFlags & LESS) != 0;
     }
     if (iOrder > 0) {
-        return (a.flags & LESS) != 0 || (b.flags & GREATER) != 0;
+        return (iFlags & LESS) != 0 || (iOtherFlags & GREATER) != 0;
     }
-    return (a.flags & b.flags & (LESS | EQUAL | GREATER)) != 0;
+    return (iFlags & iOtherFlags & (LESS | EQUAL | GREATER)) != 0;
 }
 
 const char* relationText(std::int32_t iFlags)

@@ -39,10 +39,6 @@ public:
     /// Inserts elements, given in any order, at the cost of a sort of all: call it once for many.
     void insertAll(std::vector<Dependency> vEntries);
 
-    /// Removes the elements that are marked, by their place in the set, in linear time.
-    ///
-    /// @param vMarks  one mark for each element.
-    void eraseMarked(const std::vector<bool>& vMarks);
     void clear() { m_vEntries.clear(); }
 
 private:
@@ -56,6 +52,19 @@ using NameSet = std::set<std::string, std::less<>>;
 /// relation or without a version matches every version of its name; a bound without a release is
 /// equal to every release of its version; epochs are always compared.
 bool dependencyMatches(const Dependency& a, const Dependency& b);
+
+// The parts of that rule, for those who look for matches among many.
+
+/// True if an entry has no relation or no version.
+inline bool matchesEveryVersion(const Dependency& dependency)
+{
+    return dependency.flags == 0 || dependency.evr.version.empty();
+}
+
+/// True if the ranges of two entries with relations and versions overlap.
+///
+/// @param iOrder  how the bound of the first stands to that of the other, see compareEvrBound().
+bool rangesOverlap(int iOrder, std::int32_t iFlags, std::int32_t iOtherFlags);
 
 /// "=", "<", ">", "<=" or ">="; "?" for any other combination.
 const char* relationText(std::int32_t iFlags);

@@ -16,6 +16,12 @@ bool parsePrimary(const std::string& sPath, PrimaryContents& contents)
     return outcome == Outcome::READ;
 }
 
+void logSkipped(const std::string& sFile, const std::string& sArchitecture)
+{
+    logMessage(WARNING, "skipping package '%s' of non-compatible arch '%s'", sFile.c_str(),
+               printable(sArchitecture).c_str());
+}
+
 void logSkipped(const PrimaryContents& contents)
 {
     for (std::size_t u = 0; u < contents.skipped.size();) {
@@ -23,8 +29,7 @@ void logSkipped(const PrimaryContents& contents)
         u += sFile.size() + 1;
         const std::string sArchitecture = contents.skipped.c_str() + u;
         u += sArchitecture.size() + 1;
-        logMessage(WARNING, "skipping package '%s' of non-compatible arch '%s'", sFile.c_str(),
-                   printable(sArchitecture).c_str());
+        logSkipped(sFile, sArchitecture);
     }
 }
 

@@ -28,6 +28,9 @@ struct PrimaryContents {
 /// @return          true for a clean end of the document.
 [[nodiscard]] bool parsePrimary(const std::string& sPath, PrimaryContents& contents);
 
+/// The line about a package that the machine cannot install.
+void logSkipped(const std::string& sFile, const std::string& sArchitecture);
+
 /// The lines about skipped packages once more, for contents that were not read just now.
 void logSkipped(const PrimaryContents& contents);
 

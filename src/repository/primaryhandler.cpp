@@ -1,7 +1,6 @@
 #include "repository/primaryhandler.h"
 
 #include "repository/location.h"
-#include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 #include "support/xml.h"
@@ -291,8 +290,7 @@ bool PrimaryHandler::isForThisMachine()
         return true;
     }
     const std::string sFile = baseName(m_draft.package.location);
-    logMessage(WARNING, "skipping package '%s' of non-compatible arch '%s'", sFile.c_str(),
-               printable(m_draft.arch).c_str());
+    logSkipped(sFile, m_draft.arch);
     m_contents.skipped.append(sFile).append(1, '\0').append(m_draft.arch).append(1, '\0');
     return false;
 }

@@ -33,9 +33,10 @@ bool DependencyIndex::Less::operator()(const Bound& bound, const Entry& entry) c
 DependencyIndex::Entry DependencyIndex::entryOf(const Dependency& dependency)
 {
     const Evr& evr = dependency.evr;
-    const bool bAll = dependency.flags == 0 || evr.version.empty();
     return {evr, dependency.flags,
-            bAll ? k_iMatchesAll : dependency.flags * 2 + (evr.release.empty() ? 0 : 1), 1};
+            matchesEveryVersion(dependency) ? k_iMatchesAll
+                                            : dependency.flags * 2 + (evr.release.empty() ? 0 : 1),
+            1};
 }
 
 bool DependencyIndex::add(const Dependency& dependency)
@@ -93,7 +94,7 @@ void DependencyIndex::visitMatching(const Dependency& dependency, Visit visit) c
         }
         return;
     }
-    const bool bAll = entryOf(dependency).kind == k_iMatchesAll;
+    const bool bAll = matchesEveryVersion(dependency);
     for (auto it = entries.begin(); it != entries.end();) {
         const std::int32_t iKind = it->kind;
         const std::int32_t iFlags = it->flags;
@@ -107,11 +108,11 @@ void DependencyIndex::visitMatching(const Dependency& dependency, Visit visit) c
         }
         const auto equal = entries.lower_bound(Bound{iKind, &dependency.evr, false});
         const auto newer = entries.lower_bound(Bound{iKind, &dependency.evr, true});
-        const bool bOlder = (iFlags & GREATER) != 0 || (dependency.flags & LESS) != 0;
-        const bool bNewer = (iFlags & LESS) != 0 || (dependency.flags & GREATER) != 0;
-        const bool bEqual = (iFlags & dependency.flags & (LESS | EQUAL | GREATER)) != 0;
-        if ((bOlder && !visitAll(first, equal)) || (bEqual && !visitAll(equal, newer)) ||
-            (bNewer && !visitAll(newer, it))) {
+        const auto overlaps = [&](int iOrder) {
+            return rangesOverlap(iOrder, iFlags, dependency.flags);
+        };
+        if ((overlaps(-1) && !visitAll(first, equal)) || (overlaps(0) && !visitAll(equal, newer)) ||
+            (overlaps(1) && !visitAll(newer, it))) {
             return;
         }
     }

@@ -64,8 +64,8 @@ std::vector<ProviderIndex::Kind>& ProviderIndex::kindsOf(Text sName,
     std::map<std::pair<std::int32_t, bool>, Kind> kinds;
     for (const Provide& provide : vProvides) {
         const Dependency& entry = m_available.dependency(provide.dependency);
-        const bool bAll = entry.flags == 0 || entry.evr.version.empty();
-        kinds[{bAll ? 0 : entry.flags, !entry.evr.release.empty()}].provides.push_back(provide);
+        kinds[{matchesEveryVersion(entry) ? 0 : entry.flags, !entry.evr.release.empty()}]
+            .provides.push_back(provide);
     }
     for (auto& [key, kind] : kinds) {
         std::sort(kind.provides.begin(), kind.provides.end(), [&](const auto& a, const auto& b) {
@@ -92,9 +92,7 @@ std::uint32_t ProviderIndex::leastOf(const Kind& kind, const Dependency& require
         return m_available.dependency(provide.dependency);
     };
     const std::int32_t iFlags = entryOf(kind.provides.front()).flags;
-    const bool bAll = iFlags == 0 || require.flags == 0 || require.evr.version.empty() ||
-                      entryOf(kind.provides.front()).evr.version.empty();
-    if (bAll) {
+    if (matchesEveryVersion(require) || matchesEveryVersion(entryOf(kind.provides.front()))) {
         return kind.from.front();
     }
     const auto begin = kind.provides.begin();
@@ -105,13 +103,13 @@ std::uint32_t ProviderIndex::leastOf(const Kind& kind, const Dependency& require
         return compareEvrBound(entryOf(provide).evr, require.evr) == 0;
     });
     std::uint32_t uLeast = k_uNone;
-    if (equal != begin && ((iFlags & GREATER) != 0 || (require.flags & LESS) != 0)) {
+    if (equal != begin && rangesOverlap(-1, iFlags, require.flags)) {
         uLeast = kind.upTo[static_cast<std::size_t>(equal - begin) - 1];
     }
-    if (newer != kind.provides.end() && ((iFlags & LESS) != 0 || (require.flags & GREATER) != 0)) {
+    if (newer != kind.provides.end() && rangesOverlap(1, iFlags, require.flags)) {
         uLeast = std::min(uLeast, kind.from[static_cast<std::size_t>(newer - begin)]);
     }
-    if ((iFlags & require.flags & (LESS | EQUAL | GREATER)) != 0) {
+    if (rangesOverlap(0, iFlags, require.flags)) {
         for (auto it = equal; it != newer; ++it) {
             uLeast = std::min(uLeast, it->package);
         }

@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 #include <rpm/rpmlib.h>
+#include <zlib.h>
 
 #include <string_view>
 #include <tuple>
@@ -178,6 +179,27 @@ TEST(Primary, takesTheTextThatATreeWouldHold)
     }
 }
 
+TEST(Primary, readsPlainAndWholeGzipFilesOnly)
+{
+    rpmReadConfigFiles(nullptr, nullptr);
+    const TempDir dir;
+    gzFile pFile = gzopen(dir.file("p").c_str(), "wb");
+    EXPECT_GT(gzputs(pFile, k_sDocument.c_str()), 0);
+    gzclose(pFile);
+    const std::string sWhole = dir.read("p");
+    const auto accepts = [&](const std::string& sFile) {
+        PrimaryContents contents;
+        return parsePrimary(dir.write("p", sFile), contents);
+    };
+    EXPECT_TRUE(accepts(sWhole));
+    EXPECT_FALSE(accepts(sWhole.substr(0, sWhole.size() - 5)));  // behind the last element
+    const LogCapture log;
+    EXPECT_FALSE(
+        accepts("\xfd"
+                "7zXZ"));
+    EXPECT_TRUE(log.text().ends_with("p' is neither plain nor gzip-compressed XML\n"));
+}
+
 TEST(Primary, isNotExhausted)
 {
     const auto times = [](int iTimes, const std::string& sText) {
@@ -207,6 +229,9 @@ TEST(Primary, isNotExhausted)
         {"<c:format><r:provides>" + times(20000, "<r:entry name='p'/>") + "</r:provides>" +
              times(20000, "<r:provides/>") + "</c:format>",
          "ok 3, "},
+        {"<c:format><r:provides>" + times(100'001, "<r:entry name='p'/>") +
+             "</r:provides></c:format>",
+         "failed DEBUG: too many dependencies of a package\n"},
         {"<c:format><r:provides>" + sLong + "1'/>" + sLong + "2'/></r:provides></c:format>",
          "ok 3, "}};
     const auto provides = [](const Package& package) {

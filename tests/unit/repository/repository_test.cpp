@@ -157,6 +157,16 @@ TEST_F(RepositoryTest, readsTheSamePrimaryFileOnce)
     sLog = logOf([&] { return repository.update(""); });  // another one
     EXPECT_NE(sLog.find("(of another primary file)"), std::string::npos);
     EXPECT_EQ(sLog.find(sSkipped), std::string::npos);
+
+    std::string sMany;  // architectures: more than are kept in mind for another machine
+    for (int i = 0; i < 1001; ++i) {
+        sMany += replaced(sPackage, "vax", "vax" + std::to_string(i));
+    }
+    dir.write("remote/repodata/p.xml", replaced(primary, "/>", ">" + sMany + "</metadata>"));
+    publish();
+    std::filesystem::remove(dir.file("base/p.xml.table"));
+    sLog = logOf([&] { return repository.update(""); });
+    EXPECT_FALSE(dir.exists("base/p.xml.table"));
     dir.write("base/p.xml", "");
     const LogCapture log;
     EXPECT_FALSE(repository.load());
