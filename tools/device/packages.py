@@ -6,7 +6,6 @@ import shutil
 import struct
 import subprocess
 import tempfile
-from collections.abc import Iterable
 from pathlib import Path
 
 from . import cache, keys
@@ -27,10 +26,11 @@ class Package:
     size: int = 0  # bytes of random payload, in /opt/NAME/payload
     scripts: tuple[tuple[str, str], ...] = ()  # section ("pre", "postun", ...) and shell commands
     key: str = "vendor"  # name of the key that signs it; "" leaves it unsigned
+    arch: str = "noarch"
 
     @property
     def file_name(self) -> str:
-        return f"{self.name}-{self.evr.split(':')[-1]}.noarch.rpm"
+        return f"{self.name}-{self.evr.split(':')[-1]}.{self.arch}.rpm"
 
     @property
     def paths(self) -> dict[str, bytes]:
@@ -64,7 +64,6 @@ Version: 1
 Release: 1
 Summary: several packages
 License: none
-BuildArch: noarch
 %description
 Never built.
 %install
@@ -84,8 +83,8 @@ if note then
 end"""),))
 
 
-def _build(recipes: Iterable[Package], target: Path) -> None:
-    """Builds packages of different names and files in one go into `target`. The work is done elsewhere:
+def _build(recipes: list[Package], target: Path) -> None:
+    """Builds packages of different names and files, and of one architecture, in one go into `target`. The work is done elsewhere:
     rpmbuild takes no blanks in its paths."""
     with tempfile.TemporaryDirectory(prefix="packages-", dir="/tmp") as name:
         top = Path(name)
@@ -103,7 +102,7 @@ def _build(recipes: Iterable[Package], target: Path) -> None:
                    "__os_install_post": "%{nil}", "_binary_payload": "w1.gzdio", "_rpmdir": str(top / "made"),
                    "_tmppath": str(top)}
         done = subprocess.run(
-            ["rpmbuild", "-bb", *(f"--define={name} {value}" for name, value in defines.items()), "recipe"],
+            ["rpmbuild", "-bb", "--target", recipes[0].arch, *(f"--define={name} {value}" for name, value in defines.items()), "recipe"],
             cwd=top, env={"HOME": str(top / "home"), "PATH": "/usr/bin:/bin", "LC_ALL": "C"},
             capture_output=True, text=True, check=False)
         if done.returncode != 0:
@@ -122,7 +121,7 @@ def build(*recipes: Package) -> list[Path]:
             taken: set[str] = set()
             for recipe in missing:
                 own = {recipe.name, *recipe.paths}
-                if not own & taken:
+                if recipe.arch == missing[0].arch and not own & taken:
                     batch.append(recipe)
                     taken |= own
             _build_batch(batch, places)
