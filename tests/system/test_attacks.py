@@ -1,0 +1,62 @@
+"""What whoever controls the repository, but no key, can do to a device, and what he can't. SECURITY.md refers to this."""
+
+import os
+import re
+
+import pytest
+from device.device import Package
+from peers import INDEX, nginx, point_at
+from scenes import OLD, OLD_STATE, edit_primary, set_up
+
+STRANGER = Package("stranger", "1-1")  # signed, and never meant for this device
+LIB = Package("lib", "2-1", provides=("lib = 2-1",))
+
+
+def says(kind: str, entry: str):
+    """The metadata give each package one more list of its own."""
+    lie = f'<rpm:{kind}><rpm:entry name="{entry}"/></rpm:{kind}>'
+    return lambda text: text.replace("<rpm:provides>", f"{lie}<rpm:provides>")
+
+
+def never_adds_up(text: str) -> str:
+    """Pass 1 leaves a package out, and removes the reason for which the check named it."""
+    lie = '<rpm:obsoletes><rpm:entry name="lib" flags="LT" epoch="0" ver="2"/></rpm:obsoletes><rpm:provides>'
+    return text.replace("<rpm:group>Unspecified", "<rpm:group>Extras", 1).replace("<rpm:provides>", lie, 1)
+
+
+@pytest.mark.parametrize("offers, lie, line, gone, come", [
+    ([Package("app", "0.9-1"), OLD[1]], None, "INFO: no updates", [], []),
+    ([Package("app", "0.9-1")], lambda text: text.replace('ver="0.9"', 'ver="9"'),
+     "INFO:   \tpackage app-1-1.noarch (which is newer than app-0.9-1.noarch) is already installed", [], []),
+    ([Package("app", "2-1", requires=("lib = 0.9",)), Package("lib", "0.9-1", provides=("lib = 0.9-1",))], None,
+     "INFO:   \tpackage lib-1-1.noarch (which is newer than lib-0.9-1.noarch) is already installed", [], []),
+    ([Package("app", "2-1", requires=("lib >= 2",))], lambda text: re.sub("<rpm:requires>.*</rpm:requires>", "", text, flags=re.DOTALL),
+     "INFO:   \tlib >= 2 is needed by app-2-1.noarch", [], []),
+    ([STRANGER], says("obsoletes", "app"), "INFO: packages installed OK", [], ["stranger-1-1"]),
+    ([Package("oldapp", "0.5-1", obsoletes=("app",))], None, "INFO: packages installed OK", ["app-1-1"], ["oldapp-0.5-1"]),
+    ([Package("app", "2-1", key="")], None, "ERROR: no signature on package 'app-2-1.noarch.rpm'", [], []),
+    ([Package("another", "1-1"), LIB, Package("app", "2-1", requires=("lib >= 2",))], never_adds_up,
+     "FATAL: failed passing all updates but update process succeeded, SYSTEM MAY BE CORRUPTED", ["app-1-1", "lib-1-1"],
+     ["app-2-1", "lib-2-1"]),
+], ids=["freeze", "rollback", "rollback by a require", "mix and match", "extraneous package", "old rename", "arbitrary package",
+        "never adds up"])
+def test_a_lying_repository(device, offers, lie, line, gone, come):
+    device.install(*OLD)
+    device.publish(*offers)
+    device.configure(groups=["Extras"])
+    if lie:
+        edit_primary(device, lie)
+    result = device.run("--no-reboot")
+    assert line in result.lines
+    assert device.installed() == sorted({*OLD_STATE, *come} - {*gone})
+    assert device.status == ("CORRUPTED" if line.startswith("FATAL") else "READY")
+
+
+@pytest.mark.parametrize("file", [INDEX, "lib-2-1.noarch.rpm"])
+def test_endless_data_fill_the_cache_and_are_gone_behind_it(device, file):
+    nginx(point_at(set_up(device), "http://127.0.0.1:8080/repo"))
+    os.truncate(device.path(f"/srv/repo/{file}"), 3 << 30)
+    result = device.shell("mount -t tmpfs -o size=2m none /var/cache/updater; updater --max-wait-time=-1; find /var/cache/updater -size +99k")
+    text = f"failed fetching '{file}' (failed writing downloaded data to file (No space left on device))"
+    assert [line for line in result.lines if "fetching" in line] == [f"WARNING: {text}; retrying"] * 2 + [f"ERROR: {text}"]
+    assert (result.stdout, device.status, result.reports[-1]) == ("", "READY", "--- EXIT ERROR ---")
