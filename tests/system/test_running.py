@@ -1,0 +1,97 @@
+"""What starts updater on a device, and what clears the way for it: the files of dist/, where they belong."""
+
+import re
+import shutil
+
+import pytest
+from conftest import PROJECT
+from scenes import NEW_STATE, set_up
+
+DIST = PROJECT / "dist"
+UNITS = sorted((DIST / "systemd").iterdir())
+CLEARED = ["REBOOTING\n", "REBOOTING", " \n\t\v\f\rREBOOTING\rCORRUPTED\n", "REBOOTING * \\\n"]
+KEPT = [*(word + "\n" for word in ("READY", "DELAYING", "ANALYZING", "DOWNLOADING", "TESTING", "UPDATING", "PKGSDONE",
+                                   "CORRUPTED", "rebooting", "REBOOTINGS", "xREBOOTING", "READY REBOOTING", "*",
+                                   "REBOOTING" * 4, "REB\0OOTING", "REBOOTING\0")), "", "\n \n", "x" * 5000 + " REBOOTING"]
+
+
+def install(device, path, at):
+    """Puts a file of dist/ into the device's /usr."""
+    return device.write(f"/device/layer/{at}", (DIST / path).read_bytes(), (DIST / path).stat().st_mode & 0o777)
+
+
+@pytest.mark.parametrize("shell", [shell for shell in ("dash", "busybox") if shutil.which(shell)])
+def test_only_the_word_rebooting_is_cleared(device, shell):
+    shell = "/usr/bin/dash" if shell == "dash" else "/usr/bin/busybox sh"
+    install(device, "clear-rebooting", "libexec/updater/clear-rebooting")
+    clear, status = f"{shell} /usr/libexec/updater/clear-rebooting", "/var/lib/updater/status"
+    contents = CLEARED + KEPT
+    for number, content in enumerate(contents):
+        device.write(f"/tmp/cases/{number:02}", content)
+    device.write("/tmp/here/REBOOTING", "")  # what the word "*" would become
+    result = device.shell(f"""cd /tmp/here; for case in $(ls /tmp/cases); do
+        cp /tmp/cases/$case {status}; {clear} >/dev/null || echo failed
+        cmp -s /tmp/cases/$case {status} || echo $case; done""")
+    assert (result.stdout.split(), result.stderr) == ([f"{number:02}" for number in range(len(CLEARED))], "")
+
+    result = device.shell(f"""set -e; rm -f {status}; {clear}; mkfifo {status}; {clear}; [ -p {status} ]; rm {status}
+        mkdir {status}; {clear}; [ -d {status} ]; rmdir {status}; ln -s /nowhere {status}; {clear}; [ -L {status} ]
+        ln -sf /tmp/cases/00 {status}; {clear}; [ ! -L {status} ]; cat /tmp/cases/00; ls /var/lib/updater""")
+    assert (result.returncode, result.stdout.splitlines()[1:], result.stderr) == (0, ["REBOOTING"], "")
+
+
+def test_the_init_script_clears_at_a_start_only(device):
+    install(device, "clear-rebooting", "libexec/updater/clear-rebooting")
+    device.write("/tmp/init", (DIST / "init/updater-boot").read_bytes(), 0o755)
+    device.status = "REBOOTING"
+    for word in ("stop", "restart", "force-reload", "status"):
+        assert device.shell(f"/tmp/init {word}").returncode == 0
+    assert (device.shell("/tmp/init").returncode, device.status) == (3, "REBOOTING")
+    assert (device.shell("/tmp/init start").returncode, device.status) == (0, "")
+
+
+def test_the_example_hook_lets_every_pass_through(device):
+    set_up(device)
+    device.write("/usr/lib/updater/hook", (DIST / "examples/hook").read_bytes(), 0o755)
+    assert (device.run("--test").returncode, device.run().returncode, device.installed()) == (0, 0, NEW_STATE)
+    assert device.shell("/usr/lib/updater/hook of-tomorrow 9.9").returncode == 0
+
+
+def test_cron_starts_it_where_systemd_does_not(device):
+    """The command of the line is run as cron would, with the wait cut to nothing."""
+    text = (DIST / "cron/updater").read_text()
+    command = re.search(r"^[\d*/]+(?: [\d*/,-]+){4} root (.*)$", text, re.MULTILINE)[1]
+    assert "%" not in command  # which cron takes for a newline
+    path = "/device/bin:" + re.search("^PATH=(.*)$", text, re.MULTILINE)[1]
+    command = command.replace("/usr/sbin/updater", "/device/bin/updater").replace("=7200", "=-1")
+    for hindrance, undo in (("mkdir -p /run/systemd/system", "rmdir /run/systemd/system"),
+                            ("chmod 644 /usr/lib/updater/hook", "chmod 755 /usr/lib/updater/hook"),
+                            ("mv /etc/updater.conf /tmp", "mv /tmp/updater.conf /etc")):
+        assert device.shell(f"PATH={path}; {hindrance} && {{ {command}; }} && {undo}").returncode == 0
+        assert (device.calls, device.path("/var/log/updater/updater.log").exists()) == ([], False), hindrance
+    set_up(device)
+    assert device.shell(f"PATH={path}; {command}").returncode == 0
+    assert (device.calls[-1], device.installed()) == ("shutdown -r +1 rebooting after upgrade", NEW_STATE)
+    assert "INFO: --- EXIT OK ---\n" in device.read("/var/log/updater/updater.log")
+
+
+@pytest.mark.long
+def test_the_system_takes_the_files(device):
+    """By its own judges: systemd-analyze, systemd-tmpfiles, logrotate."""
+    for unit in UNITS:
+        install(device, f"systemd/{unit.name}", f"lib/systemd/system/{unit.name}")
+    install(device, "clear-rebooting", "libexec/updater/clear-rebooting")
+    install(device, "tmpfiles/updater.conf", "lib/tmpfiles.d/updater.conf")
+    device.write("/device/layer/sbin/updater", "", 0o755)
+    names = " ".join(unit.name for unit in UNITS)
+    verified = device.shell(f"systemd-analyze verify --man=no {names}")
+    assert (verified.returncode, verified.stderr) == (0, "")
+    made = device.shell("""rmdir /var/lib/updater /var/log/updater /var/cache/updater
+        systemd-tmpfiles --create --prefix=/var /usr/lib/tmpfiles.d/updater.conf
+        stat -c '%a %U' /var/lib/updater /var/log/updater /var/cache/updater""")
+    assert (made.stdout, made.stderr) == ("755 root\n" * 3, "")
+
+    device.write("/etc/logrotate.d/updater", (DIST / "logrotate/updater").read_bytes())
+    device.write("/var/log/updater/updater.log", "x" * 2_000_000)
+    rotated = device.shell("logrotate --state /tmp/state /etc/logrotate.d/updater; ls /var/log/updater")
+    assert (rotated.stdout, rotated.stderr) == ("updater.log.1\n", "")
