@@ -6,9 +6,9 @@
 #include <vector>
 
 /// The name and the version of this program, as log lines, hooks, dependencies and the user agent
-/// give them. The build defines the version.
+/// give them. The version, which the build defines, stands in a file of its own.
 inline constexpr const char* k_pProgramName = "updater";
-inline constexpr const char* k_pProgramVersion = UPDATER_VERSION;
+extern const char* const k_pProgramVersion;
 
 /// What the command line gave. The option parser writes into it; loadConfiguration() and the start
 /// of the process read it. Texts are null if not given, and belong to whoever had them parsed;

@@ -1,0 +1,3 @@
+#include "config/config.h"
+
+const char* const k_pProgramVersion = UPDATER_VERSION;
