@@ -1,9 +1,9 @@
-"""The road of one update, shown by running it: ./dev demo."""
+"""The road of one update, and how updater is itself updated, shown by running it: ./dev demo."""
 
 import sys
 import traceback
 
-from . import scene
+from . import scene, selfupdate
 from .cache import PROJECT
 
 BEGIN, END = "<!-- demo transcript -->\n", "<!-- end of demo transcript -->\n"
@@ -25,13 +25,8 @@ EXPECTED = {"firmware-2.0-1", "kiosk-2.0-1", "libkiosk-2.0-1", "libtouch-1.4-2",
 
 def _show() -> tuple[str, list[str]]:
     """Runs it. What there was to see, and what is not as it should be."""
-    lines: list[str] = []
     with scene.made() as device:
-        for title, commands in STEPS:
-            lines += ["", f"# {title}"]
-            for command in commands:
-                result = device.shell(f"exec 2>&1; {command}")
-                lines += [f"$ {command}", *result.stdout.splitlines()]
+        text = scene.shown(device, STEPS)
         installed, status, calls = set(device.installed()), device.status, device.calls
     faults = []
     if installed != EXPECTED | {"base-system-1-1"}:
@@ -42,13 +37,17 @@ def _show() -> tuple[str, list[str]]:
         faults.append(f"rpm was started {passes} times")
     if "shutdown -r +1 rebooting after upgrade" not in calls:
         faults.append("no reboot was asked for")
-    return "\n".join(lines[1:]) + "\n", faults
+    return text, faults
 
 
 def main() -> int:
     try:
         text, faults = _show()
         print(text, flush=True)
+        print("=== A second device, on which updater itself is an installed package:\n", flush=True)
+        more, more_faults = selfupdate.show()
+        print(more, flush=True)
+        faults += more_faults
     except Exception as error:  # whatever it is: the last line is to tell it
         traceback.print_exc()
         faults = [str(error).strip()]
@@ -58,7 +57,8 @@ def main() -> int:
     if "--transcript" in sys.argv:
         _into_readme(text)
     print(f"The demo went well: {len(EXPECTED)} packages went in, in two passes; the status is REBOOTING, "
-          "and a reboot was asked for.")
+          "and a reboot was asked for. On the second device updater was replaced by its own package, and the "
+          "new one installed the rest.")
     return 0
 
 

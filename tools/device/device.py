@@ -40,6 +40,9 @@ A run has a network of its own: lo with 127.0.0.1, ::1 and 10.9.9.1/24. With a s
 are in the server's network, still with processes of their own:
 
     device.serve("/usr/sbin/nginx", "-c", "/srv/nginx.conf", port=8080)     # until close()
+
+/usr is the host's and cannot be written. With Device(program, packaged=True) those of its directories
+in which the package of updater has files are the device's own, and empty: rpm installs it there.
 """
 
 import dataclasses
@@ -70,14 +73,14 @@ SANITIZERS = {"ASAN_OPTIONS": "exitcode=99:log_path=/device/sanitizer:detect_sta
 class Device:
     """One device, see above. `program` is the path of the `updater` to run."""
 
-    def __init__(self, program: Path | str, directory: Path | None = None) -> None:
+    def __init__(self, program: Path | str, directory: Path | None = None, packaged: bool = False) -> None:
         self.directory = directory or Path(tempfile.mkdtemp(prefix="device-"))
         self._rules = 0
         self._servers: list[Running] = []
         self._alive: list[Running] = []  # what may be running, servers among them
         self._state: str | None = "base"  # names what is installed, None when not known for sure
         try:
-            root.make(self.directory, Path(program).resolve())
+            root.make(self.directory, Path(program).resolve(), packaged)
             self._restore_or_make("base", lambda: self._rpm("-i", packages.build(packages.BASE)))
         except BaseException:
             self.close()

@@ -27,6 +27,9 @@ FILES: dict[str, str | bytes] = {
 #: Paths of the device whose files lie elsewhere in its directory, as something is mounted there.
 MOVED = {"/var/run": "/run", "/var/lock": "/run/lock", "/usr/lib/updater": "/device/usr-lib-updater",
          "/usr/share/resources": "/device/resources", "/proc/cpuinfo": "/device/cpuinfo"}
+#: Where updater's own package has files in /usr.
+PACKAGED = ("/usr/sbin", "/usr/libexec", "/usr/lib/systemd", "/usr/lib/tmpfiles.d", "/usr/share/updater",
+            "/usr/share/doc", "/usr/share/man", "/usr/share/bash-completion")
 
 
 def host_path(root: Path, path: str) -> Path:
@@ -46,8 +49,9 @@ def write(root: Path, path: str, content: str | bytes, mode: int = 0o644) -> Pat
     return file
 
 
-def make(root: Path, program: Path) -> None:
-    """Makes the files of a new device, with an empty rpm database, in an existing directory."""
+def make(root: Path, program: Path, packaged: bool) -> None:
+    """Makes the files of a new device, with an empty rpm database, in an existing directory. `packaged`:
+    the directories PACKAGED are its own and empty."""
     for path in DIRECTORIES:
         host_path(root, path).mkdir(parents=True, exist_ok=True)
     for link, target in LINKS.items():
@@ -67,6 +71,10 @@ def make(root: Path, program: Path) -> None:
               (program, "/device/bin/updater", "none", "bind,ro")]
     for place in ("/usr/lib/updater", "/usr/share/resources", "/proc/cpuinfo"):
         mounts.append((host_path(root, place), place, "none", "bind"))
+    for place in PACKAGED if packaged else ():
+        own = root / "device/layer" / place.removeprefix("/usr/")  # which makes the mount point, too
+        own.mkdir(parents=True, exist_ok=True)
+        mounts.append((own, place, "none", "bind"))
     for name in ("null", "zero", "full", "urandom", "random", "tty"):
         (root / "dev" / name).touch()
         mounts.append((Path("/dev", name), f"/dev/{name}", "none", "bind"))

@@ -4,7 +4,7 @@ import contextlib
 import os
 import signal
 import sys
-from collections.abc import Iterator
+from collections.abc import Iterable, Iterator
 from pathlib import Path
 
 from . import webserver
@@ -38,6 +38,17 @@ def tidy_up_on_signals() -> None:
 
     for number in numbers:
         signal.signal(number, leave)
+
+
+def shown(device: Device, steps: Iterable[tuple[str, Iterable[str]]]) -> str:
+    """What there is to see of these steps, each a title and shell commands, when they are taken."""
+    lines: list[str] = []
+    for title, commands in steps:
+        lines += ["", f"# {title}"]
+        for command in commands:
+            result = device.shell(f"exec 2>&1; {command}")
+            lines += [f"$ {command}", *result.stdout.splitlines()]
+    return "\n".join(lines[1:]) + "\n"
 
 
 @contextlib.contextmanager
