@@ -18,7 +18,7 @@ std::size_t hashOf(const Dependency& dependency)
     mix(dependency.evr.version.id());
     mix(dependency.evr.release.id() ^ static_cast<std::uint32_t>(dependency.evr.epoch) << 16U ^
         static_cast<std::uint32_t>(dependency.flags) << 28U);
-    return uHash;
+    return static_cast<std::size_t>(uHash);
 }
 
 bool isSame(const Dependency& a, const Dependency& b)

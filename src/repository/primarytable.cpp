@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -27,11 +28,11 @@ public:
     template <typename Value>
     bool read(FlatArray<Value>& vValues, std::uint64_t uCount)
     {
-        if (uCount > m_uLeft / sizeof(Value)) {
+        if (uCount > std::min<std::uint64_t>(m_uLeft, SIZE_MAX) / sizeof(Value)) {
             return false;
         }
-        vValues.assignUndefined(uCount);
-        return read(reinterpret_cast<char*>(vValues.data()), uCount * sizeof(Value));
+        vValues.assignUndefined(static_cast<std::size_t>(uCount));
+        return read(reinterpret_cast<char*>(vValues.data()), vValues.size() * sizeof(Value));
     }
 
     bool read(char* pData, std::size_t uLength)

@@ -41,7 +41,7 @@ ProviderIndex::ProviderIndex(const PackageSet& available)
 
 std::size_t ProviderIndex::bucketOf(Text sName) const
 {
-    return (sName.id() * textSecret()) >> 48U;
+    return static_cast<std::size_t>((sName.id() * textSecret()) >> 48U);
 }
 
 std::vector<ProviderIndex::Provide> ProviderIndex::providesOf(Text sName) const

@@ -10,9 +10,9 @@
 
 #include <tuple>
 
-TEST(Downloader, opensNothingBeforeTheSettingsAreKnown)
+// Runs ahead of all others, as its name ends in DeathTest: in their process the settings are known.
+TEST(DownloaderDeathTest, opensNothingBeforeTheSettingsAreKnown)
 {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process of its own
     EXPECT_EXIT(exit(Downloader().open("file:///srv") ? 0 : 3), testing::ExitedWithCode(3),
                 "ERROR: URLFetcher class not initialized before calling constructor\n");
 }
