@@ -49,9 +49,10 @@ def write(root: Path, path: str, content: str | bytes, mode: int = 0o644) -> Pat
     return file
 
 
-def make(root: Path, program: Path, packaged: bool) -> None:
+def make(root: Path, program: Path, packaged: bool, emulator: Path | None, sysroot: Path | None) -> None:
     """Makes the files of a new device, with an empty rpm database, in an existing directory. `packaged`:
-    the directories PACKAGED are its own and empty."""
+    the directories PACKAGED are its own and empty. A program for another processor runs in the emulator,
+    a qemu of user mode, with the libraries in `sysroot`."""
     for path in DIRECTORIES:
         host_path(root, path).mkdir(parents=True, exist_ok=True)
     for link, target in LINKS.items():
@@ -68,7 +69,13 @@ def make(root: Path, program: Path, packaged: bool) -> None:
     # Mounted from within the root: its own path could not stand in options without more escapes.
     mounts = [("overlay", "/usr", "overlay", "ro,lowerdir=device/layer:/usr"),
               ("proc", "/proc", "proc", "ro"),
-              (program, "/device/bin/updater", "none", "bind,ro")]
+              (program, "/device/program" if emulator else "/device/bin/updater", "none", "bind,ro")]
+    if emulator and sysroot:
+        write(root, "/device/program", "")
+        write(root, "/device/emulator/updater", "")  # so that the process has the name of the program
+        (root / "device/sysroot").mkdir()
+        write(root, "/device/bin/updater", '#!/bin/sh\nexec /device/emulator/updater -L /device/sysroot /device/program "$@"\n', 0o755)
+        mounts += [(emulator, "/device/emulator/updater", "none", "bind,ro"), (sysroot, "/device/sysroot", "none", "bind,ro")]
     for place in ("/usr/lib/updater", "/usr/share/resources", "/proc/cpuinfo"):
         mounts.append((host_path(root, place), place, "none", "bind"))
     for place in PACKAGED if packaged else ():

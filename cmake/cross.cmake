@@ -1,0 +1,23 @@
+# Toolchain file for another processor, CROSS (a name of Debian's architectures): Debian's cross
+# compiler, and below build/ a sysroot which tools/cross makes. Programs run in emulation.
+set(CMAKE_TRY_COMPILE_PLATFORM_VARIABLES CROSS)
+set(CMAKE_SYSTEM_NAME Linux)
+if(CROSS STREQUAL "arm64")
+  set(CMAKE_SYSTEM_PROCESSOR aarch64)
+  set(triplet aarch64-linux-gnu)
+elseif(CROSS STREQUAL "armhf")
+  set(CMAKE_SYSTEM_PROCESSOR arm)
+  set(triplet arm-linux-gnueabihf)
+else()
+  message(FATAL_ERROR "CROSS must be arm64 or armhf")
+endif()
+get_filename_component(CMAKE_SYSROOT "${CMAKE_CURRENT_LIST_DIR}/../build/cross-${CROSS}/sysroot" REALPATH)
+set(CMAKE_CXX_COMPILER ${triplet}-g++)
+set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${CMAKE_SYSTEM_PROCESSOR} -L ${CMAKE_SYSROOT})
+
+set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
+foreach(kind LIBRARY INCLUDE PACKAGE)
+  set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)
+endforeach()
+set(ENV{PKG_CONFIG_SYSROOT_DIR} ${CMAKE_SYSROOT})
+set(ENV{PKG_CONFIG_LIBDIR} ${CMAKE_SYSROOT}/usr/lib/${triplet}/pkgconfig:${CMAKE_SYSROOT}/usr/share/pkgconfig)
