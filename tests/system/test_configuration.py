@@ -93,10 +93,13 @@ def test_the_schema_of_the_proxy_file_judges_as_the_program_does(device):
     assert verdicts(device, "orvproxy.rng", documents, "cp $file /etc/network/orvproxy.conf; updater") == documents
 
 
-@pytest.mark.parametrize("schema, command, files", [
-    ("updater.rng", "updater --conf-file $file", ["updater.conf", "defaults.conf"]),
-    ("orvproxy.rng", "cp $file /etc/network/orvproxy.conf; updater", ["orvproxy.conf"]),
+@pytest.mark.parametrize("schema, command, top", [
+    ("updater.rng", "updater --conf-file $file", "<updater>"),
+    ("orvproxy.rng", "cp $file /etc/network/orvproxy.conf; updater", "<proxyconf>"),
 ])
-def test_shipped_examples(device, schema, command, files):
-    documents = [(DIST / "examples" / file).read_text() for file in files]
-    assert verdicts(device, schema, documents, command) == dict.fromkeys(documents, (True, True))
+def test_examples_that_are_shipped_or_stand_in_the_manual(device, schema, command, top):
+    page = (PROJECT / "man/updater.conf.5").read_text()
+    shipped = [text for text in (path.read_text() for path in (DIST / "examples").glob("*.conf")) if top in text]
+    shown = re.findall(rf"^{top}\n.*?(?=^\.Ed)", page, re.MULTILINE | re.DOTALL)
+    assert shipped and shown
+    assert verdicts(device, schema, [*shipped, *shown], command) == dict.fromkeys([*shipped, *shown], (True, True))
