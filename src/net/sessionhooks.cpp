@@ -15,7 +15,8 @@
 
 namespace {
 
-constexpr int k_iHighestDescriptor = 65535;  ///< bounds the search where there is no limit
+/// Bounds the search where thousands may be open: a new descriptor gets the lowest free number.
+constexpr int k_iHighestDescriptor = 1023;
 
 /// Sets the time after which a single read or write on a connection fails. neon hands out no
 /// descriptor, but every TCP socket that the process has not inherited is one of its connections.
