@@ -25,12 +25,12 @@ def wait_of_the_program(chance: random.Random) -> int:
 
 
 def delay_of_the_timer(chance: random.Random) -> int:
-    """The second in which a RandomizedDelaySec=2h ends."""
+    """The second in which a RandomizedDelaySec=2h ends; --max-wait-time=7200 of the cron line is the same in seconds."""
     return int(7200 * chance.random())
 
 
 WAITS: tuple[tuple[str, int, Callable[[random.Random], int]], ...] = (
-    ("`--max-wait-time=600`", 600, wait_of_the_program), ("`RandomizedDelaySec=2h`", 7200, delay_of_the_timer))
+    ("default: 10 minutes", 600, wait_of_the_program), ("timer, cron: 2 hours", 7200, delay_of_the_timer))
 
 
 def calculated(devices: int, seconds: int) -> float:
@@ -65,7 +65,7 @@ def main() -> int:
             agree = agree and abs(found - peak) < 0.04 * peak
             rates = [mean * CHECKS[scheme]["unchanged"][1] * 8 / 1e6 for scheme in CHECKS]
             print(f"| {name} | {devices:,} | {mean:,.1f} | {peak:,.1f} | {found:,.1f} | "
-                  + " | ".join(f"{rate:.1f} Mbit/s" for rate in rates) + f" | {mean * UPDATE * 8 / 1e9:,.1f} Gbit/s |")
+                  + " | ".join(f"{rate:.2f} Mbit/s" for rate in rates) + f" | {mean * UPDATE * 8 / 1e9:,.1f} Gbit/s |")
     if not agree:
         print("fleet.py: what is calculated does not agree with the simulation", file=sys.stderr)
     return 0 if agree else 1

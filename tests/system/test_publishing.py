@@ -1,8 +1,6 @@
 """What docs/publishing.md says: each of its blocks with the scene that it stands for, and its figures."""
 
 import dataclasses
-import gzip
-import hashlib
 import os
 import re
 import subprocess
@@ -14,8 +12,8 @@ import pytest
 from conftest import PROJECT
 from device import keys, webserver
 from device.device import Package
-from peers import certificates, nginx, point_at
-from scenes import set_up
+from peers import GOOD, INDEX, PRIMARY, certificates, check, log_of, nginx, point_at
+from scenes import NEW, set_up
 
 GUIDE = "docs/publishing.md"
 BLOCKS = guides.tried(GUIDE)
@@ -103,16 +101,19 @@ def test_what_stands_in_the_text(device, offered, line, state):
     assert device.installed() == ["app-1-1", "base-system-1-1", *state]
 
 
-def test_zstd(device):
-    """This createrepo_c knows none: the frame is made by hand, of one raw block."""
-    make(device, Scene())
-    index, path = device.read("/srv/repo/repodata/repomd.xml"), device.path("/srv/repo/repodata/primary.xml.gz")
-    old, data = path.read_bytes(), gzip.decompress(path.read_bytes())
-    frame = b"\x28\xb5\x2f\xfd\xa0" + len(data).to_bytes(4, "little") + (len(data) << 3 | 1).to_bytes(3, "little") + data
-    path.write_bytes(frame)
-    device.write("/srv/repo/repodata/repomd.xml", index.replace(hashlib.sha1(old).hexdigest(), hashlib.sha1(frame).hexdigest()))
-    assert device.run().lines[4:6] == ["WARNING: '/var/cache/updater/base/primary.xml.gz' is neither plain nor gzip-compressed XML",
-                                       "libxml2: /var/cache/updater/base/primary.xml.gz:1: parser error : Start tag expected, '<' not found"]
+def test_a_cache_of_ones_own_answers_for_the_index(device):
+    """With the configuration that the guide gives, for a server on port 8080."""
+    block = re.search(r"^```nginx\n(.*)\}\n```$", (PROJECT / GUIDE).read_text(encoding="utf-8"), re.MULTILINE | re.DOTALL)[1]
+    point_at(set_up(device), "http://localhost:8081/repo")
+    webserver.start(device, f"}} {block}")
+    assert [check(device), check(device)] == [GOOD, GOOD]
+    device.publish(*NEW, Package("more", "1-1"))
+    assert check(device) == GOOD
+    seen = log_of(device, "nginx", 6)
+    assert [sum(file in line for line in seen) for file in (INDEX, PRIMARY)] == [3 + 1, 1 + 1]  # of the cache and the server
+    assert device.shell("rm $(grep -lr KEY.*repomd /srv/nginx/cache)").returncode == 0  # its time is over
+    assert check(device) == [f"WARNING: invalid checksum on '{PRIMARY}'; retrying with bypass of http caches", *GOOD]
+    assert check(device) == GOOD
 
 
 @pytest.fixture(scope="module")
@@ -123,6 +124,8 @@ def tables() -> str:
 
 def test_the_tables_are_those_of_the_simulation(tables):
     assert f"<!-- fleet -->\n{tables}<!-- end of fleet -->" in (PROJECT / GUIDE).read_text(encoding="utf-8")
+    assert "\nRandomizedDelaySec=2h\n" in (PROJECT / "dist/systemd/updater.timer").read_text(encoding="utf-8")
+    assert " --max-wait-time=7200 " in (PROJECT / "dist/cron/updater").read_text(encoding="utf-8")
 
 
 @pytest.mark.parametrize("scheme, port", [("http", 8080), ("https", 8443)])

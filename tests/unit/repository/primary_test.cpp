@@ -193,11 +193,11 @@ TEST(Primary, readsPlainAndWholeGzipFilesOnly)
     };
     EXPECT_TRUE(accepts(sWhole));
     EXPECT_FALSE(accepts(sWhole.substr(0, sWhole.size() - 5)));  // behind the last element
-    const LogCapture log;
-    EXPECT_FALSE(
-        accepts("\xfd"
-                "7zXZ"));
-    EXPECT_TRUE(log.text().ends_with("p' is neither plain nor gzip-compressed XML\n"));
+    for (const char* sOther : {"BZh9", "\3757zXZ", "\x28\xb5\x2f\xfd"}) {  // bzip2, xz, zstd
+        const LogCapture log;
+        EXPECT_FALSE(accepts(sOther));
+        EXPECT_TRUE(log.text().ends_with("p' is neither plain nor gzip-compressed XML\n"));
+    }
 }
 
 TEST(Primary, isNotExhausted)
