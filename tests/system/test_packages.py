@@ -190,6 +190,7 @@ def test_debian(root: Root, built: dict[str, Path]) -> None:
     root.run("dpkg -r updater")
     assert root.services() == ["stop updater.timer"]
     assert "enabled" not in root.states()
+    root.run("/etc/init.d/updater-boot start")
     assert root.path("/var/lib/updater/status").exists()
     root.run("dpkg -P updater; rm /updater.deb")
     assert root.left() == set()
