@@ -20,6 +20,11 @@ function(updater_test layer)
     target_include_directories(${layer}_test PRIVATE unit)
     target_compile_definitions(${layer}_test PRIVATE CASES="${CMAKE_CURRENT_SOURCE_DIR}/cases")
     target_link_libraries(${layer}_test PRIVATE ${layer} unit_testing GTest::gmock GTest::gtest_main)
-    gtest_discover_tests(${layer}_test PROPERTIES ENVIRONMENT LC_ALL=C TIMEOUT 60)
+    set(seconds 60)
+    if(CMAKE_CROSSCOMPILING)
+      set(seconds 600)  # in emulation
+    endif()
+    gtest_discover_tests(${layer}_test DISCOVERY_TIMEOUT ${seconds}
+                         PROPERTIES ENVIRONMENT LC_ALL=C TIMEOUT ${seconds})
   endif()
 endfunction()

@@ -96,6 +96,121 @@ template <int k_iQuarter>
 
 }  // namespace
 
+#elif (defined(__AARCH64EL__) || (defined(__ARMEL__) && defined(__ARM_PCS_VFP))) && __ARM_ARCH >= 7
+
+#include <arm_neon.h>
+#include <sys/auxv.h>
+
+#if defined(__AARCH64EL__)
+#define TARGET [[gnu::target("+crypto")]]
+#else
+#define TARGET [[gnu::target("arch=armv8-a,fpu=crypto-neon-fp-armv8")]]
+#endif
+
+namespace {
+
+/// Whether the processor has all that the functions below are compiled for, as the kernel tells.
+bool hasInstructions()
+{
+#if defined(__AARCH64EL__)
+    constexpr unsigned long k_uSha1 = 1U << 5U;
+    return (getauxval(AT_HWCAP) & k_uSha1) != 0;
+#else
+    constexpr unsigned long k_uSha1 = 1U << 2U;
+    return (getauxval(AT_HWCAP2) & k_uSha1) != 0;
+#endif
+}
+
+/// The five words of the state; a is the first of `abcd`.
+struct State {
+    uint32x4_t abcd;
+    std::uint32_t e;
+};
+
+/// Four of the 80 steps, of the quarter `k_iQuarter` (0 to 3). `w`: the words of the message schedule.
+template <int k_iQuarter>
+TARGET inline void fourSteps(State& state, uint32x4_t w)
+{
+    constexpr std::uint32_t k_vConstants[] = {0x5a827999, 0x6ed9eba1, 0x8f1bbcdc, 0xca62c1d6};
+    const uint32x4_t sum = vaddq_u32(w, vdupq_n_u32(k_vConstants[k_iQuarter]));
+    const std::uint32_t uNext = vsha1h_u32(vgetq_lane_u32(state.abcd, 0));
+    if constexpr (k_iQuarter == 0) {
+        state.abcd = vsha1cq_u32(state.abcd, state.e, sum);
+    } else if constexpr (k_iQuarter == 2) {
+        state.abcd = vsha1mq_u32(state.abcd, state.e, sum);
+    } else {
+        state.abcd = vsha1pq_u32(state.abcd, state.e, sum);
+    }
+    state.e = uNext;
+}
+
+/// The next four words of the message schedule behind the sixteen w0 to w3; they replace w0.
+TARGET inline uint32x4_t schedule(uint32x4_t& w0, uint32x4_t w1, uint32x4_t w2, uint32x4_t w3)
+{
+    w0 = vsha1su1q_u32(vsha1su0q_u32(w0, w1, w2), w3);
+    return w0;
+}
+
+/// Four words from their big-endian bytes.
+TARGET inline uint32x4_t words(const unsigned char* pBytes)
+{
+    return vreinterpretq_u32_u8(vrev32q_u8(vld1q_u8(pBytes)));
+}
+
+TARGET void transform(std::array<std::uint32_t, 5>& vState, const unsigned char* pBlock)
+{
+    const State before = {vld1q_u32(vState.data()), vState[4]};
+    State state = before;
+    uint32x4_t w0 = words(pBlock);
+    uint32x4_t w1 = words(pBlock + 16);
+    uint32x4_t w2 = words(pBlock + 32);
+    uint32x4_t w3 = words(pBlock + 48);
+
+    fourSteps<0>(state, w0);
+    fourSteps<0>(state, w1);
+    fourSteps<0>(state, w2);
+    fourSteps<0>(state, w3);
+    fourSteps<0>(state, schedule(w0, w1, w2, w3));
+
+    fourSteps<1>(state, schedule(w1, w2, w3, w0));
+    fourSteps<1>(state, schedule(w2, w3, w0, w1));
+    fourSteps<1>(state, schedule(w3, w0, w1, w2));
+    fourSteps<1>(state, schedule(w0, w1, w2, w3));
+    fourSteps<1>(state, schedule(w1, w2, w3, w0));
+
+    fourSteps<2>(state, schedule(w2, w3, w0, w1));
+    fourSteps<2>(state, schedule(w3, w0, w1, w2));
+    fourSteps<2>(state, schedule(w0, w1, w2, w3));
+    fourSteps<2>(state, schedule(w1, w2, w3, w0));
+    fourSteps<2>(state, schedule(w2, w3, w0, w1));
+
+    fourSteps<3>(state, schedule(w3, w0, w1, w2));
+    fourSteps<3>(state, schedule(w0, w1, w2, w3));
+    fourSteps<3>(state, schedule(w1, w2, w3, w0));
+    fourSteps<3>(state, schedule(w2, w3, w0, w1));
+    fourSteps<3>(state, schedule(w3, w0, w1, w2));
+
+    vst1q_u32(vState.data(), vaddq_u32(state.abcd, before.abcd));
+    vState[4] = state.e + before.e;
+}
+
+}  // namespace
+
+#else
+
+namespace {
+
+bool hasInstructions()
+{
+    return false;
+}
+
+void transform(std::array<std::uint32_t, 5>& /*vState*/, const unsigned char* /*pBlock*/) {}
+
+}  // namespace
+
+#endif
+
 bool sha1TransformByInstructions(std::array<std::uint32_t, 5>& vState, const unsigned char* pBlocks,
                                  std::size_t uCount)
 {
@@ -108,13 +223,3 @@ bool sha1TransformByInstructions(std::array<std::uint32_t, 5>& vState, const uns
     }
     return true;
 }
-
-#else
-
-bool sha1TransformByInstructions(std::array<std::uint32_t, 5>& /*vState*/,
-                                 const unsigned char* /*pBlocks*/, std::size_t /*uCount*/)
-{
-    return false;
-}
-
-#endif

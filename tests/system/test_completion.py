@@ -72,7 +72,8 @@ def files_of(device):
 def test_cases(device, bash):
     before = files_of(device)
     typed, expected = zip(*CASES, strict=True)
-    assert dict(zip(typed, bash(". /srv/data/bash-completion/completions/updater", typed), strict=True)) == dict(CASES)
+    strict = "set -u; shopt -s failglob nullglob; IFS=x; . /srv/data/bash-completion/completions/updater"
+    assert dict(zip(typed, bash(strict, typed), strict=True)) == dict(CASES)
     assert files_of(device) == before and device.calls == []
 
 

@@ -165,7 +165,22 @@ def test_files_are_those_of_the_program():
     assert listed == used and len(used) > 10
 
 
+def test_what_the_page_of_the_hook_says(device):
+    named = re.findall(r"^\.It Cm (\w+)( Ar count)?$", PAGES["updater-hook.7"], re.MULTILINE)
+    set_up(device)
+    device.write("/usr/lib/updater/hook", """#!/bin/sh
+{ echo $0 $*; pwd; umask; readlink /proc/self/fd/0; grep SigIgn /proc/self/status; env | grep FOO; } >>/tmp/found""", 0o755)
+    assert device.shell("umask 0; cd /srv; updater --test app; updater app", FOO="bar").returncode == 0
+    found = [call.splitlines() for call in device.read("/tmp/found").split("/usr/lib/updater/hook ")[1:]]
+    assert {(call[0].split()[0], " Ar count" * (len(call[0].split()) > 2)) for call in found} == set(named)
+    for call in found:
+        ignored = "0" * 15 + ("0" if call[0].startswith("init") else "1")
+        assert call[1:] == ["/", "0022", "/dev/null", f"SigIgn:\t{ignored}", "FOO=bar"]
+
+
 def test_figures_are_those_of_the_program():
+    version, = re.findall(r"^project\(updater VERSION ([\d.]+)", (PROJECT / "CMakeLists.txt").read_text(), re.MULTILINE)
+    assert f"which is {version}," in PAGES["updater-hook.7"] and f".Ql BASE/{version} (" in PAGES["updater.conf.5"]
     limits = section("updater.conf.5", "LIMITS")
     for name in ("k_iConnectTimeout", "k_iReadTimeout", "k_uMaxRequests", "k_iMaxRedirects", "k_uMaxPath"):
         figure = re.search(rf"{name} = (\d+)", SOURCE)[1]

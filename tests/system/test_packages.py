@@ -181,7 +181,8 @@ def test_debian(root: Root, built: dict[str, Path]) -> None:
     assert root.states() == ["enabled", "enabled", "static"]
     assert len(list(root.path("/etc").glob("rc?.d/S??updater-boot"))) == 1
 
-    root.run("echo >>/etc/cron.d/updater; echo READY >/var/lib/updater/status; >/var/log/updater/updater.log")
+    root.run("echo >>/etc/cron.d/updater; echo READY >/var/lib/updater/status;"
+             " touch /var/log/updater/updater.log /var/cache/updater/file")
     root.run("dpkg -i /updater.deb")  # as an update does
     assert root.services() == []
     assert root.path("/etc/cron.d/updater").read_text().endswith("\n\n")
@@ -189,6 +190,7 @@ def test_debian(root: Root, built: dict[str, Path]) -> None:
     root.run("dpkg -r updater")
     assert root.services() == ["stop updater.timer"]
     assert "enabled" not in root.states()
+    root.run("/etc/init.d/updater-boot start")
     assert root.path("/var/lib/updater/status").exists()
     root.run("dpkg -P updater; rm /updater.deb")
     assert root.left() == set()
@@ -225,3 +227,10 @@ def test_rpm(root: Root, built: dict[str, Path]) -> None:
     root.run(f"{rpm} -e updater system; rm /*.rpm")
     assert root.services() == ["stop updater.timer"]
     assert not [path for path in root.left() if not path.startswith(("/var/", "/etc/cron.d", "/opt/system"))]
+
+
+@pytest.mark.long
+def test_update_of_updater() -> None:
+    """A run replaces updater by its own package, and the next one, of the new program, does the rest."""
+    text, faults = selfupdate.show()
+    assert not faults, text

@@ -189,6 +189,10 @@ class Device:
             time.sleep(0.005)
         self._servers.append(server)
 
+    def join(self, other: "Device") -> None:
+        """Has all later runs take place in the network of another device, where its servers listen."""
+        self._servers = other._servers
+
     def command(self, *command: str) -> tuple[list[str], dict[str, str]]:
         """What to execute, and in which environment, to run a command in the device by other means."""
         environment = {"HOME": "/root", "LC_ALL": "C", "TERM": os.environ.get("TERM", "dumb"),
@@ -293,6 +297,10 @@ class Device:
     def hold_at(self, call: str, nth: int = 1) -> None:
         """Lets a stub wait, behind the noting of its call, until release()."""
         self._add_rule(call, nth, "hold")
+
+    def besides(self, call: str, script: str) -> None:
+        """Lets a stub run a shell script ahead of what it does."""
+        self._add_rule(call, None, script)
 
     def release(self) -> None:
         self.write("/device/go", "")
