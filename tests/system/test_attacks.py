@@ -1,12 +1,16 @@
 """What whoever controls the repository, but no key, can do to a device, and what he can't. SECURITY.md refers to this."""
 
+import base64
+import hashlib
 import os
 import re
 
 import pytest
+from device import webserver
 from device.device import Package
-from peers import INDEX, nginx, point_at
+from peers import INDEX, USER, certificates, log_of, nginx, point_at, update
 from scenes import OLD, OLD_STATE, edit_primary, set_up
+from test_authentication import BASE, CORE, PASSWORD, set_blocks
 
 STRANGER = Package("stranger", "1-1")  # signed, and never meant for this device
 LIB = Package("lib", "2-1", provides=("lib = 2-1",))
@@ -60,3 +64,18 @@ def test_endless_data_fill_the_cache_and_are_gone_behind_it(device, file):
     text = f"failed fetching '{file}' (failed writing downloaded data to file (No space left on device))"
     assert [line for line in result.lines if "fetching" in line] == [f"WARNING: {text}; retrying"] * 2 + [f"ERROR: {text}"]
     assert (result.stdout, device.status, result.reports[-1]) == ("", "READY", "--- EXIT ERROR ---")
+
+
+@pytest.mark.parametrize("trust, sent", [("system", True), ("/srv/other.pem", False)])
+def test_a_redirect_may_ask_for_the_password_where_anybody_is_trusted(device, tmp_path, trust, sent):
+    """The plain server leads to one with TLS, whose certificate the system trusts, and which asks for it in clear."""
+    for pem in certificates(tmp_path).glob("*.pem"):
+        device.write(f"/srv/{pem.name}", pem.read_bytes() + pem.with_suffix(".key").read_bytes())
+    device.write("/srv/users", f"{USER}:{{SHA}}" + base64.b64encode(hashlib.sha1(PASSWORD.encode()).digest()).decode())
+    device.write("/etc/hosts", "127.0.0.1 localhost repo.test\n")
+    set_blocks(device, BASE, CORE, b"")
+    point_at(set_up(device), "http://localhost:8080/repo", f'<tls trust="{trust}"/>')
+    webserver.start(device, """return 302 https://repo.test:8443$request_uri; } server { listen 8443 ssl; root /srv; auth_basic x;
+        auth_basic_user_file /srv/users; ssl_certificate /srv/good.pem; ssl_certificate_key /srv/good.pem;""")
+    assert update(device, "--check-only", SSL_CERT_FILE="/srv/ca.pem").returncode == (0 if sent else 1)
+    assert any("|200|" in line for line in log_of(device, "nginx", 1)) == sent
