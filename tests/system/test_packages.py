@@ -61,7 +61,9 @@ def test_install(tmp_path: Path, program: Path) -> None:  # noqa: ARG001
     """All that belongs to the system is installed, and nothing else, whatever the umask."""
     subprocess.run(["cmake", "--install", PROJECT / "build/dev"], check=True, capture_output=True, umask=0o027,
                    env={**os.environ, "DESTDIR": str(tmp_path)})
-    files = [*(path for path in tmp_path.rglob("*") if not path.is_dir() or not any(path.iterdir()))]
+    paths = [*tmp_path.rglob("*")]
+    assert {path.stat().st_mode & 0o7777 for path in paths if path.name in ("updater", "examples")} == {0o755, 0o644}
+    files = [path for path in paths if not path.is_dir() or not any(path.iterdir())]
     assert {f"/{path.relative_to(tmp_path)}{'/' * path.is_dir()}": f"{path.stat().st_mode & 0o7777:o}"
             for path in files} == INSTALLED
 
@@ -105,8 +107,12 @@ class Root:
                 if not re.match(r"/(run|root|calls|var/(lib/(dpkg|rpm)|log/(dpkg|alternatives)))\b", path)}
 
     def modes(self, paths: list[str]) -> dict[str, str]:
-        found = {path: self.path(path).lstat().st_mode & 0o7777 for path in paths}
-        return {path + "/" * self.path(path).is_dir(): f"{mode:o}" for path, mode in found.items()}
+        """Modes of what is listed, as in INSTALLED. Directories that hold any of it are 755, and left out."""
+        found = {path + "/" * self.path(path).is_dir(): f"{self.path(path).lstat().st_mode & 0o7777:o}"
+                 for path in paths}
+        above = {path for path in found if path.endswith("/") and not path.startswith("/var/")}
+        assert {found[path] for path in above} <= {"755"}
+        return {path: mode for path, mode in found.items() if path not in above}
 
     def _paths(self) -> set[str]:
         return {"/" + os.path.relpath(os.path.join(at, name), self.directory)
@@ -173,8 +179,7 @@ def test_debian(root: Root, built: dict[str, Path]) -> None:
     root.run("dpkg -i /updater.deb")
     assert root.services() == ["start updater.timer"]
     listed = [path for path in root.run("dpkg -L updater").split() if path not in root.before]
-    ours = {path: mode for path, mode in root.modes(listed).items() if not path.endswith("/") or path.startswith("/var")}
-    assert ours == PACKED | OF_DEBIAN
+    assert root.modes(listed) == PACKED | OF_DEBIAN
     assert root.run("dpkg-query -f '${Conffiles}' -W updater | awk '{print $1}'").split() == [
         path for path in PACKED if path.startswith("/etc/")]
     assert root.run("dpkg-query -f '${Version}' -W updater") == version_of(root)
@@ -206,8 +211,7 @@ def test_rpm(root: Root, built: dict[str, Path]) -> None:
     root.run(f"{rpm} -i /system.rpm && {rpm} -i /updater.rpm")
     assert root.services() == []
     listed = root.run(f"{rpm} -ql updater").split()
-    ours = {path: mode for path, mode in root.modes(listed).items() if not path.endswith("/") or path.startswith("/var")}
-    assert ours == PACKED
+    assert root.modes(listed) == PACKED
     assert root.run(f"{rpm} -V updater") == ""
     assert root.run(f"{rpm} -qc updater").split() == ["/etc/cron.d/updater", "/etc/logrotate.d/updater"]
     version = version_of(root)
