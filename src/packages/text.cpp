@@ -2,11 +2,12 @@
 
 #include <sys/random.h>
 
+#include <array>
+#include <bit>
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <memory>
 #include <vector>
 
@@ -16,6 +17,45 @@ constexpr std::size_t k_uUnit = 4;
 constexpr std::uint32_t k_uChunkShift = 16;
 constexpr std::uint32_t k_uChunkUnits = 1U << k_uChunkShift;
 constexpr std::uint32_t k_uChunkMask = k_uChunkUnits - 1;
+
+/// SipHash-1-3. Without its key nobody can find strings that share a hash, as anybody can for std::hash.
+std::uint64_t hashWith(const std::array<std::uint64_t, 2>& vKey, std::string_view sText)
+{
+    std::uint64_t a = vKey[0] ^ 0x736f6d6570736575;
+    std::uint64_t b = vKey[1] ^ 0x646f72616e646f6d;
+    std::uint64_t c = vKey[0] ^ 0x6c7967656e657261;
+    std::uint64_t d = vKey[1] ^ 0x7465646279746573;
+    const auto mix = [&] {
+        a += b;
+        c += d;
+        b = std::rotl(b, 13) ^ a;
+        d = std::rotl(d, 16) ^ c;
+        a = std::rotl(a, 32) + d;
+        c += b;
+        b = std::rotl(b, 17) ^ c;
+        d = std::rotl(d, 21) ^ a;
+        c = std::rotl(c, 32);
+    };
+    const auto add = [&](std::uint64_t uWord) {
+        d ^= uWord;
+        mix();
+        a ^= uWord;
+    };
+    const std::uint64_t uLength = static_cast<std::uint64_t>(sText.size()) << 56U;
+    std::uint64_t uWord = 0;
+    for (; sText.size() >= sizeof(uWord); sText.remove_prefix(sizeof(uWord))) {
+        std::memcpy(&uWord, sText.data(), sizeof(uWord));
+        add(uWord);
+    }
+    uWord = 0;
+    sText.copy(reinterpret_cast<char*>(&uWord), sText.size());
+    add((std::endian::native == std::endian::big ? uWord >> 8U : uWord) | uLength);
+    c ^= 0xff;
+    mix();
+    mix();
+    mix();
+    return a ^ b ^ c ^ d;
+}
 
 /// The one copy of every string, in chunks that never move, and a hash table with open addressing
 /// that finds it again. A string lies at a multiple of 4 bytes: its length (32 bits), its bytes, a
@@ -41,12 +81,12 @@ public:
         return m_uBytes + m_vTable.capacity() * sizeof(Slot);
     }
 
-    [[nodiscard]] std::uint64_t secret() const { return m_uSecret; }
+    /// An odd number.
+    [[nodiscard]] std::uint64_t secret() const { return m_vSecret[0] | 1U; }
 
     [[nodiscard]] std::uint32_t hashOf(std::string_view sText) const
     {
-        return static_cast<std::uint32_t>((std::hash<std::string_view>()(sText) * m_uSecret) >>
-                                          32U);
+        return static_cast<std::uint32_t>(hashWith(m_vSecret, sText));
     }
 
     // What finding a string of a hash will look at: its slot, then the string that stands there.
@@ -84,17 +124,17 @@ private:
 
     TextStore() : m_vTable(1024) { store(""); }
 
-    /// An odd number that nobody outside can know. Early at boot the kernel may have no random bytes
+    /// Numbers that nobody outside can know. Early at boot the kernel may have no random bytes
     /// yet, and waiting for them could take minutes: then clock and address layout must do.
-    static std::uint64_t newSecret()
+    static std::array<std::uint64_t, 2> newSecret()
     {
-        std::uint64_t uSecret = 0;
-        if (getrandom(&uSecret, sizeof(uSecret), GRND_NONBLOCK) != sizeof(uSecret)) {
+        std::array<std::uint64_t, 2> vSecret = {};
+        if (getrandom(vSecret.data(), sizeof(vSecret), GRND_NONBLOCK) != sizeof(vSecret)) {
             const auto sinceBoot = std::chrono::steady_clock::now().time_since_epoch();
-            uSecret = (static_cast<std::uint64_t>(sinceBoot.count()) << 16U) ^
-                      reinterpret_cast<std::uintptr_t>(&uSecret) ^ 0x9e3779b97f4a7c15;
+            vSecret = {static_cast<std::uint64_t>(sinceBoot.count()),
+                       reinterpret_cast<std::uintptr_t>(&vSecret) ^ 0x9e3779b97f4a7c15};
         }
-        return uSecret | 1U;
+        return vSecret;
     }
 
     /// The slot of a string, or the free one where it belongs.
@@ -156,8 +196,8 @@ private:
 
     std::vector<std::unique_ptr<char[]>> m_vChunks;
     std::vector<Slot> m_vTable;  ///< with open addressing; the size is a power of two
-    /// Odd, and of this process: whoever chooses the names cannot make them crowd one part of the table.
-    std::uint64_t m_uSecret = newSecret();
+    /// Of this process: whoever chooses the names cannot make them crowd one part of the table.
+    std::array<std::uint64_t, 2> m_vSecret = newSecret();
     std::size_t m_uBytes = 0;    ///< of all chunks
     std::size_t m_uCurrent = 0;  ///< the chunk that is being filled
     std::size_t m_uUsed = 0;     ///< units used in it

@@ -69,13 +69,15 @@ def make(root: Path, program: Path, packaged: bool, emulator: Path | None, sysro
     # Mounted from within the root: its own path could not stand in options without more escapes.
     mounts = [("overlay", "/usr", "overlay", "ro,lowerdir=device/layer:/usr"),
               ("proc", "/proc", "proc", "ro"),
-              (program, "/device/program" if emulator else "/device/bin/updater", "none", "bind,ro")]
+              (program, "/device/emulated/updater" if emulator else "/device/bin/updater", "none", "bind,ro")]
     if emulator and sysroot:
-        write(root, "/device/program", "")
-        write(root, "/device/emulator/updater", "")  # so that the process has the name of the program
+        write(root, "/device/emulated/updater", "")
+        write(root, "/device/emulator/updater", "")  # which the process is called
         (root / "device/sysroot").mkdir()
-        write(root, "/device/bin/updater", '#!/bin/sh\nexec /device/emulator/updater -L /device/sysroot /device/program "$@"\n', 0o755)
-        mounts += [(emulator, "/device/emulator/updater", "none", "bind,ro"), (sysroot, "/device/sysroot", "none", "bind,ro")]
+        write(root, "/device/bin/updater", "#!/bin/sh\nexec /device/emulator/updater -L /device/sysroot "
+              '/device/emulated/updater "$@"\n', 0o755)
+        mounts += [(emulator, "/device/emulator/updater", "none", "bind,ro"),
+                   (sysroot, "/device/sysroot", "none", "bind,ro")]
     for place in ("/usr/lib/updater", "/usr/share/resources", "/proc/cpuinfo"):
         mounts.append((host_path(root, place), place, "none", "bind"))
     for place in PACKAGED if packaged else ():
