@@ -100,7 +100,7 @@ BEFORE = (Package("app", "1-1", files=(("/opt/app/version", "1\n"), ("/opt/app/o
           Package("lib", "1-1", scripts=script("lib1")), Package("firmware", "1-1"))
 AFTER = (Package("app", "2-1", requires=("lib >= 2", "fresh"), scripts=script("app2")),
          Package("lib", "2-1", provides=("lib = 2",), scripts=script("lib2")), Package("fresh", "1-1"),
-         Package("firmware", "2-1"), Package("extra", "5-1"))
+         Package("firmware", "2-1", scripts=script("firmware2")), Package("extra", "5-1"))
 BEFORE_STATE = ["app-1-1", "base-system-1-1", "firmware-1-1", "lib-1-1"]
 AFTER_STATE = ["app-2-1", "base-system-1-1", "extra-5-1", "firmware-2-1", "fresh-1-1", "lib-2-1"]
 LIST = "An installation was cut off"
@@ -126,7 +126,7 @@ def cut_off(device, how, where):
 
 @pytest.mark.parametrize("way, where", [
     (way, where) if quick else pytest.param(way, where, marks=pytest.mark.long)
-    for where in ("lib2.post", "lib1.preun", "app1.postun", "app2.posttrans") for way in WAYS
+    for where in ("lib2.post", "lib1.preun", "app1.postun", "app2.posttrans", "firmware2.post") for way in WAYS
     for quick in [where == ("app1.postun" if way == LOST else "lib2.post")]])
 def test_an_installation_that_was_cut_off_is_completed(device, way, where):
     cut_off(device, WAYS[way], where)
@@ -137,7 +137,8 @@ def test_an_installation_that_was_cut_off_is_completed(device, way, where):
         follow(device, LIST, way, "Release the device")
     else:
         follow(device, LIST, way, "Complete the installation")
-        assert device.read("/tmp/scripts").splitlines()[-1] == "app2 posttrans"
+        last = "firmware2" if where == "firmware2.post" else "app2"
+        assert device.read("/tmp/scripts").splitlines()[-1] == f"{last} posttrans"
     assert follow(device, "Check it") == "/opt/app/version;6b047226\n"
     if device.status == "CORRUPTED":
         follow(device, "Release the device")
@@ -149,6 +150,18 @@ def put(device, at, *packages):
     device.path(at).mkdir(parents=True)
     for file in build(*packages):
         shutil.copy(file, device.path(at))
+
+
+def test_rpm_goes_on_when_updater_is_killed(device):
+    device.install(*BEFORE)
+    device.publish(*AFTER)
+    device.configure(addons=["extra"])
+    device.write("/tmp/at.lib2.post", "kill -KILL $(ps -o ppid= -p $PPID); sleep 1")
+    result = device.shell(f"updater {RUN[1]}; echo code $?; {block(LIST)}")
+    assert (result.stdout.splitlines()[0], device.status) == ("code 137", "UPDATING")
+    assert "app-2-1" in device.installed() and "app-1-1" not in device.installed()
+    follow(device, "UPDATING behind a power cut", "Complete the installation", "Check it", "Release the device")
+    assert_sound(device, AFTER_STATE)
 
 
 def test_an_installation_that_was_cut_off_is_undone(device):
@@ -203,14 +216,24 @@ def test_an_unreadable_status_file(device, content):
     assert_sound(device, NEW_STATE)
 
 
+ROOM = "mount -t tmpfs -o size=64k none /var/lib/updater"
+FILL = "head -c 100000 /dev/zero >/var/lib/updater/status.a1B2c3"
+
+
 def test_no_room_for_the_status_file(device):
     set_up(device)
-    result = device.shell(f"""mount -t tmpfs -o size=64k none /var/lib/updater
-        head -c 100000 /dev/zero >/var/lib/updater/status.a1B2c3
-        updater; echo code $?; rpm -qa
-        {block("A full /var/lib/updater")}""")
+    result = device.shell(f"{ROOM}; {FILL}; updater; echo code $?; rpm -qa\n{block('A full /var/lib/updater')}")
     assert "ERROR: failed setting status file for launching rpm, cannot continue" in result.lines
     assert "code 1\n" in result.stdout and "app-1-1" in result.stdout and result.returncode == 0
+    assert_sound(device, NEW_STATE)
+
+
+def test_no_room_behind_rpm(device):
+    set_up(device).publish(*NEW[1:], Package("app", "2-1", scripts=(("post", FILL),)))
+    result = device.shell(f"""{ROOM}; updater app; cat /var/lib/updater/status; updater; echo code $?
+        rm /var/lib/updater/status.*\n{block("Release the device")}""")
+    assert (result.stdout, result.returncode) == ("UPDATING\ncode 2\n", 0)
+    assert "INFO: packages installed OK" in result.lines
     assert_sound(device, NEW_STATE)
 
 
