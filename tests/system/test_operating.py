@@ -58,6 +58,13 @@ def test_the_guide_has_every_line_of_the_log_and_no_other():
 
 
 
+def test_the_guide_has_every_status_word():
+    source = (PROJECT / "src/control/status.cpp").read_text(encoding="utf-8")
+    words = re.findall(r'"([A-Z]+)"', source[source.index("k_vWords"):source.index("};")])
+    section = GUIDE[GUIDE.index("## Status words"):GUIDE.index("## Exit codes")]
+    assert re.findall(r"^\| (.*?) \|", section.replace("`, or no file", "`"), re.MULTILINE)[1:10] == [f"`{word}`" for word in words]
+
+
 def test_links_lead_to_headings():
     places = {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-")
               for heading in re.findall(r"^#+ (.*)$", GUIDE, re.MULTILINE)}
@@ -162,6 +169,14 @@ def test_rpm_goes_on_when_updater_is_killed(device):
     assert "app-2-1" in device.installed() and "app-1-1" not in device.installed()
     follow(device, "UPDATING behind a power cut", "Complete the installation", "Check it", "Release the device")
     assert_sound(device, AFTER_STATE)
+
+
+def test_look_here_first(device):
+    set_up(device)
+    assert device.run(*RUN, "app").returncode == 0
+    device.status = "READY"
+    told = follow(device, "Look here first").splitlines()
+    assert (told[0], told.count("INFO: packages installed OK"), device.status) == ("READY", 2, "READY")
 
 
 def test_an_installation_that_was_cut_off_is_undone(device):
@@ -274,6 +289,8 @@ ROW = "delete from Packages where hnum = (select max(hnum) from Packages)"
 def test_a_damaged_rpm_database(device, how, way):
     keep_copy(device)
     damage(device, how)
+    if how == "missing":  # a query makes an empty one, and the program takes it for good
+        assert (device.shell("rpm -qa").stdout, device.run("--check-only").returncode) == ("", 0)
     follow(device, way)
     assert device.shell("rpm -q gpg-pubkey").returncode == 0
     assert_sound(device, NEW_STATE)
