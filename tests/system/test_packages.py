@@ -1,6 +1,7 @@
 """What `cmake --install` installs, and both packages: installed, updated and removed in a fresh root."""
 
 import os
+import platform
 import re
 import shutil
 import subprocess
@@ -132,7 +133,7 @@ def root(built: dict[str, Path]) -> Iterator[Root]:
         pytest.skip("only root can make a root of its own")
     depends = subprocess.run(["dpkg-deb", "-f", built["deb"], "Depends"], check=True, capture_output=True, text=True)
     names = sorted({"systemd", *re.findall(r"(?:^|, )([^ ,]+)", depends.stdout.strip())})
-    release = re.search("^VERSION_CODENAME=(.*)$", Path("/etc/os-release").read_text(), re.MULTILINE)[1]
+    release = platform.freedesktop_os_release()["VERSION_CODENAME"]
 
     def fill(draft: Path) -> None:
         subprocess.run(["mmdebstrap", "--quiet", "--variant=essential", f"--include={','.join(names)}", release,
