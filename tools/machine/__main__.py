@@ -11,14 +11,15 @@ from . import image, machine, scene
 
 
 def _shell(package: Path) -> int:
-    """A machine with updates waiting, and the user's terminal as its console."""
+    """A machine with updates waiting, and the user's terminal as its console. Nothing starts by itself."""
     with tempfile.TemporaryDirectory(prefix="machine-") as work:
         made = scene.Scene(package, Path(work), print)
         with scene.served(made.repository) as port:
             image.put(made.disk, "/etc/updater.conf", scene.CONFIGURATION.format(port=port))
-            print("The shell comes when the machine is up; \"exit\" powers it off, ctrl-a x takes the power away.\n", flush=True)
+            print("The shell comes when the machine is up. \"systemctl start updater\" updates it, \"exit\" powers it off,\n"
+                  "ctrl-a x takes the power away.\n", flush=True)
             return subprocess.call(machine.command(made.kernel, machine.drive(made.disk), "mon:stdio", "null",
-                                                   parameters=machine.PARAMETERS + " shell"))
+                                                   parameters=machine.PARAMETERS + " shell systemd.mask=updater.timer"))
 
 
 def main() -> int:
