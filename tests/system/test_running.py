@@ -5,7 +5,7 @@ import shutil
 
 import pytest
 from conftest import PROJECT
-from scenes import NEW_STATE, set_up
+from scenes import HALF_STATE, NEW_STATE, set_up
 
 DIST = PROJECT / "dist"
 UNITS = sorted((DIST / "systemd").iterdir())
@@ -48,6 +48,16 @@ def test_the_init_script_clears_at_a_start_only(device):
         assert device.shell(f"/tmp/init {word}").returncode == 0
     assert (device.shell("/tmp/init").returncode, device.status) == (3, "REBOOTING")
     assert (device.shell("/tmp/init start").returncode, device.status) == (0, "")
+
+
+def test_the_init_script_waits_for_rpm_at_a_shutdown(device):
+    """updater is told to end: rpm installs the first pass, there is no second one."""
+    set_up(device)
+    device.write("/tmp/init", (DIST / "init/updater-boot").read_text().replace("/usr/sbin/updater", "/device/bin/updater"), 0o755)
+    device.hold_at("rpm -v -U")
+    result = device.shell("""updater --no-reboot 2>/dev/null & until grep -q UPDATING /var/lib/updater/status; do sleep 0.1; done
+        (sleep 1; touch /device/go) & /tmp/init stop; cat /var/lib/updater/status""")
+    assert (result.stdout, device.installed()) == ("waiting for updater\nREADY\n", HALF_STATE)
 
 
 def test_the_example_hook_lets_every_pass_through(device):
