@@ -36,7 +36,7 @@ set(CPACK_DEBIAN_PACKAGE_SECTION admin)
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_DEPENDS rpm)
-set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "systemd-sysv | sysvinit-core")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "systemd-sysv | sysvinit-core, dbus | sysvinit-core")
 set(CPACK_DEBIAN_PACKAGE_SUGGESTS "logrotate, cron, bash-completion")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${dist}/deb/postinst ${dist}/deb/prerm ${dist}/deb/postrm
     ${made}/conffiles)

@@ -26,6 +26,7 @@ INSTALLED = {line.split()[1]: line.split()[0] for line in """
 644 /usr/lib/systemd/system/updater.timer
 644 /usr/lib/tmpfiles.d/updater.conf
 755 /usr/libexec/updater/clear-rebooting
+755 /usr/libexec/updater/ensure-reboot
 755 /usr/sbin/updater
 644 /usr/share/bash-completion/completions/updater
 644 /usr/share/doc/updater/CHANGELOG.md

@@ -60,6 +60,25 @@ def test_the_init_script_waits_for_rpm_at_a_shutdown(device):
     assert (result.stdout, device.installed()) == ("waiting for updater\nREADY\n", HALF_STATE)
 
 
+@pytest.mark.parametrize("status, run, state, scheduled, reboots", [
+    ("REBOOTING", "success", "running", "", True), ("REBOOTING", "success", "degraded", "", True),
+    ("REBOOTING", "success", "running", "5", False), ("REBOOTING", "success", "stopping", "", False),
+    ("REBOOTING", "exit-code", "running", "", False), ("READY", "success", "running", "", False)])
+def test_a_reboot_that_nobody_scheduled_is_made(device, status, run, state, scheduled, reboots):
+    """`scheduled`: the second in which shutdown does it."""
+    script = install(device, "ensure-reboot", "libexec/updater/ensure-reboot")
+    device.status = status
+    device.write("/device/bin/systemctl", f"""#!/bin/sh
+        [ $1 = is-system-running ] || exec echo "$*"
+        echo {state}; [ {state} = running ]""", 0o755)
+    device.write("/device/bin/sleep", f"""#!/bin/sh
+        echo >>/tmp/seconds; mkdir -p /run/systemd/shutdown
+        [ "$(wc -l </tmp/seconds)" != "{scheduled}" ] || touch /run/systemd/shutdown/scheduled""", 0o755)
+    result = device.shell(f"/usr/libexec/updater/{script.name}", SERVICE_RESULT=run)
+    assert (result.returncode, result.stderr) == (0, "")
+    assert result.stdout.splitlines()[1:] == ["--no-block --ignore-inhibitors reboot"] * reboots
+
+
 def test_the_example_hook_lets_every_pass_through(device):
     set_up(device)
     device.write("/usr/lib/updater/hook", (DIST / "examples/hook").read_bytes(), 0o755)
@@ -90,7 +109,8 @@ def test_the_system_takes_the_files(device):
     """By its own judges: systemd-analyze, systemd-tmpfiles, logrotate."""
     for unit in UNITS:
         install(device, f"systemd/{unit.name}", f"lib/systemd/system/{unit.name}")
-    install(device, "clear-rebooting", "libexec/updater/clear-rebooting")
+    for script in ("clear-rebooting", "ensure-reboot"):
+        install(device, script, f"libexec/updater/{script}")
     install(device, "tmpfiles/updater.conf", "lib/tmpfiles.d/updater.conf")
     device.write("/device/layer/sbin/updater", "", 0o755)
     names = " ".join(unit.name for unit in UNITS)
