@@ -130,7 +130,7 @@ bool readLogger(xmlNode* pLogger, Config& config)
     if (sType == "stderr") {
         config.logToStderr = true;
     } else {
-        logMessage(DEBUG, "ignoring unknown '%s' logger type", sType.c_str());
+        logMessage(DEBUG, "ignoring unknown '%s' logger type", printable(sType).c_str());
     }
     return true;
 }

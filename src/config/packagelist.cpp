@@ -1,5 +1,6 @@
 #include "config/packagelist.h"
 
+#include "support/controls.h"
 #include "support/logger.h"
 #include "support/xml.h"
 
@@ -29,7 +30,7 @@ bool parsePackageList(xmlNode* pElement, std::vector<std::string>& vPackages,
                 pGroups->push_back(sText);
             } else {
                 logMessage(WARNING, "ignoring package group named '%s' in config file line %hu",
-                           sText.c_str(), pEntry->line);
+                           printable(sText).c_str(), pEntry->line);
             }
         }
     }

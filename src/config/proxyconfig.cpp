@@ -17,7 +17,7 @@ bool readPort(const std::string& sPort, unsigned& uPort)
     char* pEnd = nullptr;
     const long iPort = std::strtol(sPort.c_str(), &pEnd, 10);
     if (*pEnd != '\0' || iPort < 0 || iPort > k_iMaxPort) {
-        logMessage(ERROR, "invalid port number '%s'", sPort.c_str());
+        logMessage(ERROR, "invalid port number '%s'", printable(sPort).c_str());
         return false;
     }
     uPort = static_cast<unsigned>(iPort);

@@ -1,5 +1,6 @@
 #include "rpmdb/rpmtags.h"
 
+#include "support/controls.h"
 #include "support/logger.h"
 
 #include <rpm/rpmds.h>
@@ -66,8 +67,9 @@ bool readDependencyList(Header header, rpmTagVal nameTag, rpmTagVal flagsTag, rp
             entry.evr = parseEvr(pVersion);
         }
         entry.flags = static_cast<std::int32_t>(uFlags & RPMSENSE_SENSEMASK);
-        logMessage(TRACE, "%s %s 0x%x => %s", entry.name.c_str(),
-                   pVersion != nullptr ? pVersion : "", uFlags, dependencyText(entry).c_str());
+        logMessage(TRACE, "%s %s 0x%x => %s", printable(entry.name.view()).c_str(),
+                   printable(pVersion != nullptr ? pVersion : "").c_str(), uFlags,
+                   printable(dependencyText(entry)).c_str());
         vEntries.push_back(entry);
     }
     return true;
@@ -133,11 +135,13 @@ bool readPackage(Header header, PackageRecord& package)
         return false;
     }
     if (!readDependencies(header, RPMTAG_REQUIRENAME, package.requires_)) {
-        logMessage(ERROR, "failed getting requires for package '%s'", package.name.c_str());
+        logMessage(ERROR, "failed getting requires for package '%s'",
+                   printable(package.name.view()).c_str());
         return false;
     }
     if (!readDependencies(header, RPMTAG_PROVIDENAME, package.provides)) {
-        logMessage(ERROR, "failed getting provides for package '%s'", package.name.c_str());
+        logMessage(ERROR, "failed getting provides for package '%s'",
+                   printable(package.name.view()).c_str());
         return false;
     }
     return true;

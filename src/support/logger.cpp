@@ -1,5 +1,7 @@
 #include "support/logger.h"
 
+#include "support/controls.h"
+
 #include <syslog.h>
 
 #include <algorithm>
@@ -148,7 +150,7 @@ int logLevelFromName(const std::string& sWord)
             return static_cast<int>(u);
         }
     }
-    logMessage(ERROR, "unrecognized logger level '%s' using 'info'", sWord.c_str());
+    logMessage(ERROR, "unrecognized logger level '%s' using 'info'", printable(sWord).c_str());
     return INFO;
 }
 
@@ -159,7 +161,7 @@ int syslogFacilityFromName(const std::string& sWord)
             return facility.facility;
         }
     }
-    logMessage(ERROR, "unrecognized syslog facility '%s' using 'daemon'", sWord.c_str());
+    logMessage(ERROR, "unrecognized syslog facility '%s' using 'daemon'", printable(sWord).c_str());
     return LOG_DAEMON;
 }
 
