@@ -6,3 +6,6 @@ if(UPDATER_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()
+if(UPDATER_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link) # notes which branches a run takes
+endif()

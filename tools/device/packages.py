@@ -142,7 +142,7 @@ def _build_batch(batch: list[Package], places: dict[Package, Path]) -> None:
     shutil.rmtree(cache.entry("packages/batch", fill))
 
 
-def _header_end(data: bytes, start: int) -> int:
+def header_end(data: bytes, start: int) -> int:
     """Where the header structure that begins at `start` ends."""
     magic, entries, size = struct.unpack_from(">3s5xII", data, start)
     if magic != b"\x8e\xad\xe8":
@@ -166,8 +166,8 @@ def damaged(package: Path, how: str, target: Path) -> Path:
     it), "cut header", "text" (no package at all), "empty"."""
     data = bytearray(package.read_bytes())
     signature = 96
-    header = -(-_header_end(data, signature) // 8) * 8
-    payload = _header_end(data, header)
+    header = -(-header_end(data, signature) // 8) * 8
+    payload = header_end(data, header)
     if how == "payload":
         data[-12] ^= 0x55
     elif how == "cut":

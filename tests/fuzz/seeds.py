@@ -1,0 +1,124 @@
+"""What the fuzz targets begin with: what createrepo_c and rpmbuild make, and the examples that are shipped."""
+
+import gzip
+import shutil
+from collections.abc import Callable, Iterator
+from pathlib import Path
+
+from device import keys, packages
+from device.cache import PROJECT
+from device.device import Device, Package
+from device.packages import damaged, header_end
+
+PACKAGES = (
+    Package("app", "2:1.0~rc1-3", requires=("lib >= 1:2.0-3", "rpmlib(X) <= 1", "(a if b)", "/bin/sh"), group="Net",
+            provides=("api = 2", "app(x)"), obsoletes=("old < 1.0^git",), scripts=(("post", "true"),)),
+    Package("lib", "1:2.0-3", provides=("lib = 1:2.0-3", "libx.so.1()(64bit)")),
+    Package("lib", "1:2.0-4", key="", obsoletes=("lib < 1:2.0-4",)),
+    Package("far", "1-1", arch="mips"))
+XML = ["<", "</", "/>", "<?xml version=\"1.0\"?>", "<!--", "-->", "<![CDATA[", "]]>", "<!DOCTYPE x [<!ENTITY e 'e'>]>",
+       "&lt;", "&#10;", "&#x7f;", "&e;", "xmlns=\"", "xmlns:rpm=\"", "\x1f\x8b\x08\x00"]
+METADATA = ["http://linux.duke.edu/metadata/common", "http://linux.duke.edu/metadata/rpm",
+            "http://linux.duke.edu/metadata/repo", "<entry name=\"", " flags=\"GE\"", " epoch=\"0\"", " ver=\"1\"",
+            " rel=\"1\"", "<rpm:provides>", "<rpm:requires>", "<rpm:obsoletes>", "<rpm:group>", "<format>",
+            "<package type=\"rpm\">", "<checksum type=\"sha\">", "<open-checksum type=\"sha\">", "<location href=\"",
+            "<timestamp>", "<data type=\"primary\">", "<version", "<arch>noarch</arch>", ".tmp", ".table", "packages"]
+SETTINGS = ["repository", " id=\"", " enabled=\"false\"", "location", " href=\"", "log", " level=\"", "logger",
+            " type=\"syslog\"", "facility", "product", "packages", "release", "addons", "group", "package", "name",
+            "user-agent", "base", "prodname", "tls", " trust=\"system\"", " trust=\"/\"", "kelo42"]
+PROXY = ["<proxy server=\"", " port=\"", " bypassLocalNetwork=\"off\"", " username=\"", " password=\"S3cret\""]
+HTTP = ["HTTP/1.1 ", "200 OK", "301 M", "302 F", "401 U", "407 P", "100 C", "204 N", "Location: ", "Content-Length: ",
+        "Transfer-Encoding: chunked", "Connection: close", "WWW-Authenticate: ", "Proxy-Authenticate: ", "Digest ",
+        "Basic ", "realm=\"", "nonce=\"", "qop=\"auth\"", "algorithm=MD5", "stale=true", "Authentication-Info: ",
+        "nextnonce=\"", "http://other/", "https://other/", "file:///etc/passwd", "local", "../", "[::1]", "\r\n\r\n",
+        "\n----\n"]
+WORDS = {"primary": XML + METADATA, "index": XML + METADATA, "configuration": XML + SETTINGS, "proxyfile": XML + PROXY,
+         "downloader": HTTP, "versions": ["~", "^", ":", "-", ".", "00", "-2147483648:", "4294967296:"]}
+
+
+def _answer(status: str, *headers: str, body: str = "") -> str:
+    return "\r\n".join([f"HTTP/1.1 {status}", *headers, "", body])
+
+
+_DIGEST = 'Digest realm="r", nonce="n", qop="auth", algorithm=MD5'
+_GOOD = _answer("200 OK", "Content-Length: 4", body="body")
+ANSWERS = ([_GOOD], [_answer("200 OK", "Transfer-Encoding: chunked", body="4\r\nbody\r\n0\r\n\r\n")],
+           [_answer("302 F", "Location: http://other/x", "Content-Length: 0"), _GOOD],
+           [_answer("301 F", "Location: file:///dev/null")], [_answer("307 F", "Location: https://local/")],
+           [_answer("401 U", f"WWW-Authenticate: {_DIGEST}", "Content-Length: 0") + _GOOD],
+           [_answer("407 P", f"Proxy-Authenticate: {_DIGEST}", "Content-Length: 0") +
+            _answer("200 OK", 'Proxy-Authentication-Info: nextnonce="m"', "Content-Length: 1", body="b")],
+           [_answer("404 N"), _GOOD], ["", _answer("500 E"), _GOOD], [_answer("100 C") + _GOOD])
+
+
+def _published() -> Iterator[tuple[str, bytes]]:
+    """By target, what a repository of each package, and of all, consists of."""
+    with Device(PROJECT / "build" / "fuzz" / "updater") as device:
+        device.configure()
+        for items in [*([package] for package in PACKAGES), PACKAGES]:
+            device.publish(*items)
+            repodata = device.path("/srv/repo/repodata")
+            yield "index", (repodata / "repomd.xml").read_bytes()
+            primary = (repodata / "primary.xml.gz").read_bytes()
+            yield "primary", primary
+            yield "primary", gzip.decompress(primary)
+            device.run("--check-only")
+            for table in device.path("/var/cache/updater").rglob("*.table"):
+                yield "table", table.read_bytes()
+
+
+def _built() -> Iterator[tuple[str, bytes]]:
+    for file in packages.build(*PACKAGES):
+        data = file.read_bytes()
+        yield "package", data
+        signature = -(-header_end(data, 96) // 8) * 8
+        yield "header", data[signature + 8:header_end(data, signature)]
+
+
+def _written() -> Iterator[tuple[str, bytes]]:
+    examples = PROJECT / "dist" / "examples"
+    for name in ("updater.conf", "defaults.conf"):
+        yield "configuration", (examples / name).read_bytes()
+    yield "proxyfile", (examples / "orvproxy.conf").read_bytes()
+    for package in PACKAGES:
+        lines = [f"{sign}{package.name[0]}{package.evr}" for sign in "HJL"]
+        yield "versions", "\n".join(lines).encode()
+    for origin in "lhs":
+        for answers in ANSWERS:
+            yield "downloader", (origin + "\n----\n".join(answers)).encode()
+    yield "childlines", b"Preparing...  ####\nUpdating / installing...\n\na\n\0\n" + b"x" * 1500
+
+
+def directory(build: Path, target: str) -> Path:
+    """The seeds of a target; made, those of all, when first they are asked for."""
+    place = build / "seeds"
+    if not place.exists():
+        draft = build / "seeds.new"
+        shutil.rmtree(draft, ignore_errors=True)
+        for makes in (_published, _built, _written):
+            for number, (name, data) in enumerate(makes()):
+                (draft / name).mkdir(parents=True, exist_ok=True)
+                (draft / name / f"{makes.__name__}-{number}").write_bytes(data)
+        for how in ("payload", "cut", "header", "signature", "cut header"):
+            damaged(packages.build(PACKAGES[0])[0], how, draft / "package" / how.replace(" ", "-"))
+        draft.rename(place)
+    return place / target
+
+
+def dictionary(build: Path, target: str) -> list[str]:
+    """libFuzzer's option for the words of a target."""
+    if target not in WORDS:
+        return []
+    file = build / f"{target}.dict"
+    file.write_text("".join('"' + "".join(f"\\x{byte:02x}" for byte in word.encode("latin-1")) + '"\n'
+                            for word in WORDS[target]), encoding="ascii")
+    return [f"-dict={file}"]
+
+
+def environment(target: str) -> dict[str, str]:
+    """Where the target for package files finds the key and what is signed with it."""
+    if target != "package":
+        return {}
+    return {"FUZZ_KEY": str(keys.public_key("vendor")),
+            "FUZZ_SIGNED": ":".join(str(file) for package, file in zip(PACKAGES, packages.build(*PACKAGES), strict=True)
+                                    if package.key)}

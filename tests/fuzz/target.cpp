@@ -1,0 +1,135 @@
+#include "target.h"
+
+#include "control/libraries.h"
+#include "support/controls.h"
+#include "support/files.h"
+#include "support/logger.h"
+
+#include "testing/testing.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+
+/// One processor, as far as the standard library knows: no thread is started for each document.
+extern "C" int get_nprocs()
+{
+    return 1;
+}
+
+namespace {
+
+std::string g_sLog;
+
+/// The one text of two lines that the program has.
+constexpr std::string_view k_sTwoLines =
+    "make sure that a network gateway and DNS servers are configured\n"
+    "and that the unit is connected to the network";
+
+/// Takes what one call has printed. A newline inside, which begins a forged line, becomes a byte that
+/// judgeLog() does not let pass.
+ssize_t keepLog(void* /*pCookie*/, const char* pBytes, std::size_t uLength)
+{
+    const std::size_t uBegin = g_sLog.size();
+    g_sLog.append(pBytes, uLength);
+    if (g_sLog.compare(uBegin, uLength, k_sTwoLines) != 0) {
+        std::replace(g_sLog.begin() + static_cast<std::ptrdiff_t>(uBegin), g_sLog.end() - 1, '\n',
+                     '\1');
+    }
+    return static_cast<ssize_t>(uLength);
+}
+
+/// Puts memory in place of the stream of standard error, and starts the libraries.
+class Setting {
+public:
+    Setting()
+    {
+        std::FILE* pLog = fopencookie(nullptr, "w", {nullptr, keepLog, nullptr, nullptr});
+        std::setvbuf(pLog, nullptr, _IONBF, 0);
+        stderr = pLog;
+        std::array<char*, 2> vArguments = {const_cast<char*>(k_pProgramName), nullptr};
+        NameSet names;
+        require(m_libraries.start(1, vArguments.data(), m_options, names), "the libraries start");
+        Logger::instance().setThreshold(TRACE);
+    }
+
+private:
+    CommandLineOptions m_options;
+    Libraries m_libraries;
+};
+
+bool isOurs(std::string_view sLine)
+{
+    static constexpr std::array<std::string_view, 7> k_vPrefixes = {
+        "TRACE: ", "DEBUG: ", "INFO: ", "WARNING: ", "ERROR: ", "FATAL: ", "libxml2: "};
+    return std::any_of(k_vPrefixes.begin(), k_vPrefixes.end(),
+                       [&](std::string_view sPrefix) { return sLine.starts_with(sPrefix); }) ||
+           sLine == k_sTwoLines.substr(k_sTwoLines.find('\n') + 1);
+}
+
+}  // namespace
+
+void require(bool bHolds, const char* pLaw)
+{
+    if (!bHolds) {
+        dprintf(STDERR_FILENO, "%s\nbroken: %s\n", g_sLog.c_str(), pLaw);
+        std::abort();
+    }
+}
+
+const std::string& fileOf(std::string_view sBytes)
+{
+    static const int s_iFd = memfd_create("input", MFD_CLOEXEC);
+    static const std::string s_sPath = "/proc/self/fd/" + std::to_string(s_iFd);
+    require(ftruncate(s_iFd, 0) == 0 && lseek(s_iFd, 0, SEEK_SET) == 0 &&
+                writeAll(s_iFd, sBytes.data(), sBytes.size()),
+            "memory can be written");
+    return s_sPath;
+}
+
+const std::string& directory()
+{
+    static const TempDir s_directory;
+    return s_directory.path();
+}
+
+std::string writeFile(const char* pName, std::string_view sBytes)
+{
+    const std::string sPath = directory() + "/" + pName;
+    const FileDescriptor file(open(sPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    require(writeAll(file.get(), sBytes.data(), sBytes.size()), "a file can be written");
+    return sPath;
+}
+
+std::string takeLog()
+{
+    std::string sLog;
+    sLog.swap(g_sLog);
+    return sLog;
+}
+
+void judgeLog(std::string_view sLog)
+{
+    while (!sLog.empty()) {
+        const std::size_t uEnd = sLog.find('\n');
+        require(uEnd != std::string_view::npos, "the log ends with a line");
+        require(isOurs(sLog.substr(0, uEnd)), "each line of the log is ours");
+        require(!hasControlCharacter(sLog.substr(0, uEnd)), "no control character is logged");
+        sLog.remove_prefix(uEnd + 1);
+    }
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* pData, std::size_t uSize)
+{
+    static const Setting s_setting;
+    g_sLog.clear();
+    fuzz({reinterpret_cast<const char*>(pData), uSize});
+    judgeLog(g_sLog);
+    return 0;
+}
