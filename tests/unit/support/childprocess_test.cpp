@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 
 namespace {
 
@@ -21,6 +22,7 @@ ChildProcess shell(const std::string& sScript)
 TEST(ChildProcess, runsAndLogsTheOutput)
 {
     signal(SIGPIPE, SIG_IGN);  // as the program does; a child must not inherit it
+    ASSERT_NE(std::freopen("/proc/self/status", "r", stdin), nullptr);  // nor this
     const std::string sHead = "exited 0\nINFO: /bin/sh output:\nINFO:   ";
     const std::pair<std::string, std::string> vCases[] = {
         {"kill -PIPE $$", "signalled 13\nERROR: child '/bin/sh' terminated by signal 13\n"},

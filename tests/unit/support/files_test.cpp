@@ -6,7 +6,9 @@
 #include "testing/testing.h"
 
 #include <gtest/gtest.h>
+#include <sys/time.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <tuple>
 
@@ -72,6 +74,26 @@ TEST(Checksum, judgesFiles)
         EXPECT_EQ(bContents ? sum.checkContents(sPath) : sum.checkFile(sPath), sLog.empty());
         EXPECT_TRUE(log.text().ends_with(sLog)) << log.text();
     }
+}
+
+TEST(Files, areWrittenOnFromWhereASignalInterrupted)
+{
+    const TempDir dir;
+    std::string sText;
+    for (int i = 0; i < 50000; ++i) {  // more than a pipe takes
+        sText += std::to_string(i);
+    }
+    std::FILE* pReader = popen(("sleep 0.05; cat >" + dir.file("read")).c_str(), "we");
+    struct sigaction action = {};
+    action.sa_handler = [](int) {};
+    sigaction(SIGALRM, &action, nullptr);
+    const itimerval every = {{0, 1000}, {0, 1000}};
+    setitimer(ITIMER_REAL, &every, nullptr);
+    EXPECT_TRUE(writeAll(fileno(pReader), sText.data(), sText.size()));
+    const itimerval never = {};
+    setitimer(ITIMER_REAL, &never, nullptr);
+    EXPECT_EQ(pclose(pReader), 0);
+    EXPECT_EQ(dir.read("read"), sText);
 }
 
 TEST(Files, helpWithPathsAndTexts)
