@@ -1,4 +1,4 @@
-"""What the documents name must be there."""
+"""What documents and tables name must be there."""
 
 import re
 import subprocess
@@ -14,3 +14,12 @@ def test_the_tests_that_are_named_exist(document, count):
     assert len(named) > count
     found = subprocess.run([sys.executable, "tools/choose-tests.py", *set(named)], cwd=PROJECT, capture_output=True, text=True, check=False)
     assert (found.stderr, found.returncode) == ("", 0)
+
+
+def test_every_small_fault_applies(tmp_path):
+    def tell(*arguments):
+        done = subprocess.run([sys.executable, "-m", "mutants", "--apply-only", *arguments], cwd=PROJECT / "tools", capture_output=True, text=True, check=False)
+        return done.returncode, done.stderr
+    assert tell() == (0, "")
+    (tmp_path / "table").write_text("== dev\n\nold (Uri): was there once\n-nobody wrote this\n+or this\n")
+    assert tell("--table", tmp_path / "table") == (1, "mutants: 'old' does not apply: its text stands 0 times in dev\n")
