@@ -126,7 +126,18 @@ bool endsWell(ReadAhead& file)
 
 /// The functions that libxml2 calls.
 struct ParserEvents {
+    /// libxml2 goes on behind a failed read, up to a null byte, which it has lost by then if it had to
+    /// move its buffer.
     static int read(void* pContext, char* pBuffer, int iLength) noexcept
+    {
+        const int iRead = readSome(pContext, pBuffer, iLength);
+        if (iRead < 0) {
+            *pBuffer = '\0';
+        }
+        return iRead;
+    }
+
+    static int readSome(void* pContext, char* pBuffer, int iLength) noexcept
     {
         Reading& reading = readingOf(pContext);
         const int iRead = reading.bytes.read(pBuffer, static_cast<unsigned>(iLength));
