@@ -1,5 +1,5 @@
 """Fixtures of the system tests. The program under test is $UPDATER, else the build with sanitizers.
-One for another processor runs in $EMULATOR with the libraries in $SYSROOT (tools/cross)."""
+$EMULATOR may run it (tools/device/root.py)."""
 
 import os
 import sys
@@ -48,8 +48,7 @@ def program() -> Path:
 @pytest.fixture
 def device(program: Path) -> Iterator[Device]:
     """A fresh device that knows the key "vendor" and has a configuration for file:///srv/repo."""
-    emulator, sysroot = (Path(os.environ[name]) if name in os.environ else None for name in ("EMULATOR", "SYSROOT"))
-    with Device(program, emulator=emulator, sysroot=sysroot) as made:
+    with Device(program) as made:
         made.import_key()
         made.configure()
         yield made

@@ -71,17 +71,16 @@ SANITIZERS = {"ASAN_OPTIONS": "exitcode=99:log_path=/device/sanitizer:detect_sta
 
 
 class Device:
-    """One device, see above. `program` is the path of the `updater` to run, if need be in an emulator."""
+    """One device, see above. `program` is the path of the `updater` to run."""
 
-    def __init__(self, program: Path | str, directory: Path | None = None, packaged: bool = False,
-                 emulator: Path | None = None, sysroot: Path | None = None) -> None:
+    def __init__(self, program: Path | str, directory: Path | None = None, packaged: bool = False) -> None:
         self.directory = directory or Path(tempfile.mkdtemp(prefix="device-"))
         self._rules = 0
         self._servers: list[Running] = []
         self._alive: list[Running] = []  # what may be running, servers among them
         self._state: str | None = "base"  # names what is installed, None when not known for sure
         try:
-            root.make(self.directory, Path(program).resolve(), packaged, emulator, sysroot)
+            root.make(self.directory, Path(program).resolve(), packaged)
             self._restore_or_make("base", lambda: self._rpm("-i", packages.build(packages.BASE)))
         except BaseException:
             self.close()

@@ -1,5 +1,6 @@
 """The files that a new device has, and what is mounted over them in each run."""
 
+import os
 import shutil
 from pathlib import Path
 
@@ -49,10 +50,10 @@ def write(root: Path, path: str, content: str | bytes, mode: int = 0o644) -> Pat
     return file
 
 
-def make(root: Path, program: Path, packaged: bool, emulator: Path | None, sysroot: Path | None) -> None:
+def make(root: Path, program: Path, packaged: bool) -> None:
     """Makes the files of a new device, with an empty rpm database, in an existing directory. `packaged`:
-    the directories PACKAGED are its own and empty. A program for another processor runs in the emulator,
-    a qemu of user mode, with the libraries in `sysroot`."""
+    the directories PACKAGED are its own and empty. The program runs in $EMULATOR, if that is set: a file,
+    and behind it what to call, with {} in place of the file; $SYSROOT is at /device/sysroot then."""
     for path in DIRECTORIES:
         host_path(root, path).mkdir(parents=True, exist_ok=True)
     for link, target in LINKS.items():
@@ -67,17 +68,18 @@ def make(root: Path, program: Path, packaged: bool, emulator: Path | None, sysro
         write(root, path, stub, 0o755)
 
     # Mounted from within the root: its own path could not stand in options without more escapes.
-    mounts = [("overlay", "/usr", "overlay", "ro,lowerdir=device/layer:/usr"),
-              ("proc", "/proc", "proc", "ro"),
-              (program, "/device/emulated/updater" if emulator else "/device/bin/updater", "none", "bind,ro")]
-    if emulator and sysroot:
-        write(root, "/device/emulated/updater", "")
-        write(root, "/device/emulator/updater", "")  # which the process is called
+    mounts = [("overlay", "/usr", "overlay", "ro,lowerdir=device/layer:/usr"), ("proc", "/proc", "proc", "ro")]
+    place = "/device/bin/updater"
+    if "EMULATOR" in os.environ:
+        emulator, _, call = os.environ["EMULATOR"].partition(" ")
+        place, inside = "/device/emulated/updater", "/device/emulator/updater"  # which the process is called
+        write(root, "/device/bin/updater", f'#!/bin/sh\nexec {call.format(inside)} {place} "$@"\n', 0o755)
+        write(root, place, "")
+        write(root, inside, "")
         (root / "device/sysroot").mkdir()
-        write(root, "/device/bin/updater", "#!/bin/sh\nexec /device/emulator/updater -L /device/sysroot "
-              '/device/emulated/updater "$@"\n', 0o755)
-        mounts += [(emulator, "/device/emulator/updater", "none", "bind,ro"),
-                   (sysroot, "/device/sysroot", "none", "bind,ro")]
+        mounts += [(Path(emulator), inside, "none", "bind,ro"),
+                   (Path(os.environ.get("SYSROOT", "/usr")), "/device/sysroot", "none", "bind,ro")]
+    mounts.append((program, place, "none", "bind,ro"))
     for place in ("/usr/lib/updater", "/usr/share/resources", "/proc/cpuinfo"):
         mounts.append((host_path(root, place), place, "none", "bind"))
     for place in PACKAGED if packaged else ():

@@ -17,7 +17,7 @@ ENDED = (FileNotFoundError, ProcessLookupError)
 
 
 class SanitizerError(AssertionError):
-    """AddressSanitizer, LeakSanitizer or UndefinedBehaviorSanitizer found something."""
+    """AddressSanitizer, LeakSanitizer, UndefinedBehaviorSanitizer or memcheck found something."""
 
 
 @dataclasses.dataclass(frozen=True)
@@ -118,7 +118,8 @@ class Running:
     def _check_sanitizers(self, text: str) -> None:
         """Raises SanitizerError if there is a text or any process of the run has left a report."""
         for report in sorted(self._notes.glob("sanitizer.*")):
-            text += report.read_text(errors="replace")
+            lines = report.read_text(errors="replace").splitlines(keepends=True)
+            text += "".join(line for line in lines if not line.startswith("--"))  # memcheck's talk of itself
             report.unlink()
         if text:
             raise SanitizerError(text)
