@@ -4,6 +4,7 @@ import argparse
 import collections
 import contextlib
 import itertools
+import json
 import multiprocessing
 import os
 import sys
@@ -13,7 +14,7 @@ from pathlib import Path
 
 from device.cache import PROJECT
 
-from . import calls, points
+from . import calls, points, report
 from .points import Bed, Point, Scene, Verdict
 
 #: What is done, in which scenes, and to which of their points.
@@ -64,22 +65,12 @@ def judged(program: Path, tasks: list[tuple[Scene, Point]], workers: int) -> Ite
             raise RuntimeError("a worker failed")
 
 
-def table(found: list[Found]) -> list[str]:
-    """Rows: kinds of calls; columns: the words on disk behind the disturbance."""
-    words = [word for word in ("", *points.WORDS, "?") if any(verdict.word == word for _, verdict in found)]
-    rows: dict[str, collections.Counter[str]] = collections.defaultdict(collections.Counter)
-    for _, verdict in found:
-        row = "never reached" if verdict.kernel_number < 0 else calls.kind(verdict.kernel_number)
-        for name in (row, "all"):
-            rows[name].update(["points", "violated" if verdict.faults else "held", "word " + verdict.word])
-    head = ["call", *(word or "no file" for word in words), "points", "held", "violated"]
-    lines = ["| " + " | ".join(head) + " |", "|---|" + "---:|" * (len(head) - 1)]
-    for name in [*calls.KINDS, "other", "never reached", "all"]:
-        if name in rows:
-            row = rows[name]
-            cells = [*(row["word " + word] for word in words), *(row[end] for end in ("points", "held", "violated"))]
-            lines.append(f"| {name} | " + " | ".join(str(cell or "") for cell in cells) + " |")
-    return lines
+def kept(series: str, share: str, found: list[Found], seconds: float) -> None:
+    """Leaves what was found for docs/proof.md, in place of an earlier look at the same share."""
+    rows = collections.Counter((scene.name, calls.kind_of(verdict.kernel_number), verdict.word, not verdict.faults)
+                               for scene, verdict in found)
+    points.BUILT.joinpath(f"{series}-{share.replace('/', '-of-')}.json").write_text(json.dumps(
+        {"seconds": round(seconds), "rows": [[*row, number] for row, number in rows.items()]}))
 
 
 def describe(scene: Scene, verdict: Verdict) -> str:
@@ -108,8 +99,8 @@ def main() -> int:
             if verdict.faults:
                 violated += 1
                 print(describe(scene, verdict), flush=True)
-        print("\n".join(table(found)))
-        print(f"{time.monotonic() - start:.0f} seconds\n", flush=True)
+        kept(series, options.share, found, time.monotonic() - start)
+        print("\n".join(report.calls_table(series)), "\n", flush=True)
     return 1 if violated else 0
 
 

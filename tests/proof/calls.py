@@ -48,7 +48,10 @@ def names() -> dict[int, str]:
     return {int(number): name for name, number in re.findall(r"#define __NR_(\w+) (\d+)", header)}
 
 
-def kind(number: int) -> str:
+def kind_of(number: int) -> str:
+    """-1 stands for a point that was never reached, -2 for an allocation."""
+    if number < 0:
+        return "never reached" if number == -1 else "allocations"
     name = names().get(number, "")
     return next((kind for kind, members in KINDS.items() if name in members.split()), "other")
 

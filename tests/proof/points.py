@@ -141,7 +141,7 @@ class Bed:
     def _judge(self, device: Device, point: Point) -> Verdict:
         code, log = _run(device, self.scene, point)
         word, faults = _word(device)
-        met = device.read("/device/point").split() if device.path("/device/point").exists() else ["-1"]
+        met = ["-2"] if point.doing == "starve" else device.read("/device/point").split()
         state = device.installed()
         faults += [f"rpm was started with the status '{noted}'" for noted in device.read("/device/words").split()
                    if noted != ("TESTING" if self.scene.mode == "test" else "UPDATING")]
