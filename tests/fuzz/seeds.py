@@ -101,6 +101,11 @@ def directory(build: Path, target: str) -> Path:
                 (draft / name / f"{makes.__name__}-{number}").write_bytes(data)
         for how in ("payload", "cut", "header", "signature", "cut header"):
             damaged(packages.build(PACKAGES[0])[0], how, draft / "package" / how.replace(" ", "-"))
+        signed = draft / "signed"
+        signed.mkdir()
+        shutil.copy(keys.public_key("vendor"), signed / "key.asc")
+        for file in packages.build(*(package for package in PACKAGES if package.key)):
+            shutil.copy(file, signed)
         draft.rename(place)
     return place / target
 
@@ -113,12 +118,3 @@ def dictionary(build: Path, target: str) -> list[str]:
     file.write_text("".join('"' + "".join(f"\\x{byte:02x}" for byte in word.encode("latin-1")) + '"\n'
                             for word in WORDS[target]), encoding="ascii")
     return [f"-dict={file}"]
-
-
-def environment(target: str) -> dict[str, str]:
-    """Where the target for package files finds the key and what is signed with it."""
-    if target != "package":
-        return {}
-    return {"FUZZ_KEY": str(keys.public_key("vendor")),
-            "FUZZ_SIGNED": ":".join(str(file) for package, file in zip(PACKAGES, packages.build(*PACKAGES), strict=True)
-                                    if package.key)}

@@ -8,7 +8,7 @@
 
 /// One run: gives the bytes to a part of the program, and require()s what has to hold whatever they
 /// are. The libraries are up, as in the program. What the run logs, at all levels, is judged at its
-/// end, see judgeLog().
+/// end, see judgeLog(); with FUZZ_LOG in the environment it is shown.
 void fuzz(std::string_view sInput);
 
 /// Ends the process, as a finding, if something does not hold.

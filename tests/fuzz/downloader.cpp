@@ -1,0 +1,170 @@
+// The downloader, as client of whatever answers. The first byte of an input chooses the origin; the
+// rest is what the peer of each connection sends, in their order, with "\n----\n" between them.
+
+#include "net/downloader.h"
+
+#include "support/files.h"
+
+#include "target.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <list>
+
+namespace {
+
+constexpr std::string_view k_sBetween = "\n----\n";
+
+std::string_view g_sAnswers;        ///< of connections to come
+std::list<FileDescriptor> g_peers;  ///< the other ends of all connections of the run
+
+/// Takes the answer of the next connection out of the input.
+std::string_view nextAnswer()
+{
+    const std::size_t uEnd = std::min(g_sAnswers.find(k_sBetween), g_sAnswers.size());
+    const std::string_view sAnswer = g_sAnswers.substr(0, uEnd);
+    g_sAnswers.remove_prefix(std::min(uEnd + k_sBetween.size(), g_sAnswers.size()));
+    return sAnswer;
+}
+
+}  // namespace
+
+// In place of the C library's, for all libraries of the process: nothing gets out of it.
+
+/// Makes a connection to a peer that has said all already.
+extern "C" int connect(int iSocket, const sockaddr* /*pAddress*/, socklen_t /*uLength*/)
+{
+    std::array<int, 2> vEnds = {};
+    require(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, vEnds.data()) == 0, "socket pairs");
+    const FileDescriptor& peer = g_peers.emplace_back(vEnds[1]);
+    const FileDescriptor own(vEnds[0]);
+    const std::string_view sAnswer = nextAnswer();
+    require(writeAll(peer.get(), sAnswer.data(), sAnswer.size()) &&
+                shutdown(peer.get(), SHUT_WR) == 0 && dup3(own.get(), iSocket, O_CLOEXEC) >= 0,
+            "a peer can answer");
+    return 0;
+}
+
+/// Knows one host on the local network and takes all others for strangers.
+extern "C" int getaddrinfo(const char* pHost, const char* /*pService*/, const addrinfo* pHints,
+                           addrinfo** ppResult)
+{
+    const auto real = reinterpret_cast<decltype(&getaddrinfo)>(dlsym(RTLD_NEXT, "getaddrinfo"));
+    addrinfo hints = *pHints;
+    hints.ai_family = AF_INET;
+    hints.ai_flags = AI_NUMERICHOST;
+    return real(std::string_view(pHost) == "local" ? "127.0.0.1" : "192.0.2.1", nullptr, &hints,
+                ppResult);
+}
+
+/// One interface, which is on the network of "local".
+extern "C" int getifaddrs(ifaddrs** ppList) noexcept
+{
+    static sockaddr_in s_address = {AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    static sockaddr_in s_mask = {AF_INET, 0, {htonl(0xff000000)}, {}};
+    static ifaddrs s_interface = {};
+    s_interface.ifa_addr = reinterpret_cast<sockaddr*>(&s_address);
+    s_interface.ifa_netmask = reinterpret_cast<sockaddr*>(&s_mask);
+    *ppList = &s_interface;
+    return 0;
+}
+extern "C" void freeifaddrs(ifaddrs* /*pList*/) noexcept {}
+
+/// Gives the device an identity, which makes the user and the password for servers.
+extern "C" std::FILE* fopen(const char* pPath, const char* pMode)
+{
+    const std::string_view sPath = pPath;
+    const auto real = reinterpret_cast<decltype(&fopen)>(dlsym(RTLD_NEXT, "fopen64"));
+    if (sPath == "/proc/cpuinfo") {
+        return real(writeFile("cpuinfo", "Serial : 5\nRevision : 7\n").c_str(), pMode);
+    }
+    return real(sPath.find("EEPROM") == sPath.npos
+                    ? pPath
+                    : writeFile("block", "abcdefghijklmnopqrstuvwxyz").c_str(),
+                pMode);
+}
+
+namespace {
+
+/// Requires that a peer was sent nothing but requests of the program, with no line that others chose.
+void judgeRequests(int iPeer)
+{
+    std::string sSent;
+    std::array<char, 4096> vBuffer;
+    ssize_t iRead = 0;
+    while ((iRead = recv(iPeer, vBuffer.data(), vBuffer.size(), MSG_DONTWAIT)) > 0) {
+        sSent.append(vBuffer.data(), static_cast<std::size_t>(iRead));
+    }
+    require(sSent.find("c3cr3t") == std::string::npos, "no password goes out in clear");
+    while (!sSent.empty() && sSent[0] != '\x16') {  // the first byte of TLS
+        const std::size_t uEnd = sSent.find("\r\n");
+        require(uEnd != std::string::npos, "requests consist of lines");
+        const std::string_view sLine = std::string_view(sSent).substr(0, uEnd);
+        require(std::all_of(sLine.begin(), sLine.end(), [](char c) { return c < 0 || c >= ' '; }),
+                "no line holds a control character");
+        static constexpr std::array<std::string_view, 12> k_vBegins = {"GET ",
+                                                                       "CONNECT ",
+                                                                       "User-Agent: base/",
+                                                                       "Connection: ",
+                                                                       "Keep-Alive: ",
+                                                                       "TE: ",
+                                                                       "Host: ",
+                                                                       "Cache-Control: no-cache",
+                                                                       "Pragma: no-cache",
+                                                                       "Proxy-Authorization: ",
+                                                                       "Authorization: Digest ",
+                                                                       "Proxy-Connection: "};
+        require(
+            sLine.empty() || std::any_of(k_vBegins.begin(), k_vBegins.end(),
+                                         [&](auto sBegin) { return sLine.starts_with(sBegin); }),
+            "each line is one of the program's");
+        sSent.erase(0, uEnd + 2);
+    }
+}
+
+}  // namespace
+
+void fuzz(std::string_view sInput)
+{
+    static const bool s_bReady = [] {
+        const rlimit few = {64, 64};  // the program looks at each descriptor behind a connect()
+        setrlimit(RLIMIT_NOFILE, &few);
+        URLFetcher::setNetworkDefaults(
+            {"proxy", 3128, true, "user", "c3cr3t", "base", "product", ""});
+        return true;
+    }();
+    require(s_bReady && sInput.size() < 65536, "an answer fits a socket");
+    const char cOrigin = sInput.empty() ? 'l' : sInput[0];
+    g_sAnswers = sInput.substr(std::min<std::size_t>(1, sInput.size()));
+    static const std::string s_sTo = writeFile("to", "old");
+    {
+        Downloader downloader;
+        require(downloader.open(cOrigin == 's'   ? "https://origin/base"
+                                : cOrigin == 'h' ? "http://origin/base"
+                                                 : "http://local/base"),
+                "a repository can be opened");
+        const bool bOk = downloader.download("a/b", s_sTo, cOrigin == 'l');
+        std::string sGot;
+        require(readFile(s_sTo, sGot) && (bOk || sGot == "old"),
+                "a failure leaves the destination as it was");
+        require(access((s_sTo + ".tmp").c_str(), F_OK) != 0, "no temporary file stays");
+        if (bOk) {
+            writeFile("to", "old");
+        }
+    }
+    require(g_peers.size() <= 6 * 12, "requests are limited");
+    for (const FileDescriptor& peer : g_peers) {
+        judgeRequests(peer.get());
+    }
+    g_peers.clear();
+}
