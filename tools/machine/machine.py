@@ -26,7 +26,7 @@ def command(kernel: tuple[Path, Path], drive: Sequence[str], *serial: str, param
 
 
 class Machine:
-    """Runs until it powers itself off, or close(). Use it in "with"."""
+    """Runs until it powers itself off, or close(), or this process ends. Use it in "with"."""
 
     def __init__(self, kernel: tuple[Path, Path], drive: Sequence[str], show: Callable[[str], object]) -> None:
         """`show` gets each line of the console, from a thread."""
@@ -37,7 +37,8 @@ class Machine:
         self._port, theirs = socket.socketpair()
         self._answers = self._port.makefile("r", errors="replace", newline="\n")
         with theirs:
-            line = [*command(kernel, drive, "stdio", "chardev:host"), "-chardev", f"socket,id=host,fd={theirs.fileno()}"]
+            line = ["setpriv", "--pdeathsig", "KILL", *command(kernel, drive, "stdio", "chardev:host"),
+                    "-chardev", f"socket,id=host,fd={theirs.fileno()}"]
             self._process = subprocess.Popen(line, pass_fds=[theirs.fileno()], stdin=subprocess.DEVNULL, text=True,
                                              errors="replace", stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         self._reader = threading.Thread(target=self._read, daemon=True)
