@@ -13,6 +13,7 @@ from collections.abc import Iterator
 from pathlib import Path
 
 from device.cache import PROJECT
+from device.scene import tidy_up_on_signals
 
 from . import calls, points, report
 from .points import Bed, Point, Scene, Verdict
@@ -38,6 +39,7 @@ def chosen(series: str, only: str, program: Path, share: tuple[int, int]) -> Ite
 
 def work(program: Path, tasks: list[tuple[Scene, Point]], results: multiprocessing.Queue) -> None:
     """Judges all tasks; then an end mark."""
+    tidy_up_on_signals()
     try:
         for scene, group in itertools.groupby(tasks, lambda task: task[0]):
             with contextlib.closing(Bed(program, scene)) as bed:
@@ -49,7 +51,7 @@ def work(program: Path, tasks: list[tuple[Scene, Point]], results: multiprocessi
 
 def judged(program: Path, tasks: list[tuple[Scene, Point]], workers: int) -> Iterator[Found]:
     results: multiprocessing.Queue = multiprocessing.Queue()
-    processes = [multiprocessing.Process(target=work, args=(program, tasks[first::workers], results))
+    processes = [multiprocessing.Process(target=work, args=(program, tasks[first::workers], results), daemon=True)
                  for first in range(workers)]
     for process in processes:
         process.start()
@@ -85,6 +87,7 @@ def main() -> int:
     parser.add_argument("--share", default="1/1", metavar="I/N", help="only every Nth point, from the Ith on")
     parser.add_argument("--scene", default="", help="only scenes whose name holds this")
     options = parser.parse_args()
+    tidy_up_on_signals()
     first, every = map(int, options.share.split("/"))
     program = Path(os.environ.get("UPDATER", PROJECT / "build/updater")).resolve()
     points.build_tools()
