@@ -15,7 +15,7 @@ from pathlib import Path
 from device.cache import PROJECT
 from device.scene import tidy_up_on_signals
 
-from . import calls, points, report
+from . import calls, disk, points, report
 from .points import Bed, Point, Scene, Verdict
 
 #: What is done, in which scenes, and to which of their points.
@@ -82,6 +82,8 @@ def describe(scene: Scene, verdict: Verdict) -> str:
 
 
 def main() -> int:
+    if sys.argv[1:2] == ["disk"]:
+        return disk.main(sys.argv[2:])
     parser = argparse.ArgumentParser(prog="./dev proof", description=__doc__)
     parser.add_argument("series", nargs="*", help=f"of {', '.join(SERIES)}; all without any")
     parser.add_argument("--share", default="1/1", metavar="I/N", help="only every Nth point, from the Ith on")

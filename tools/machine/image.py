@@ -6,7 +6,7 @@ import re
 import shutil
 import subprocess
 import tempfile
-from collections.abc import Iterable
+from collections.abc import Iterable, Sequence
 from pathlib import Path
 
 from device import cache, keys
@@ -126,7 +126,7 @@ def _modules(directory: Path, names: Iterable[str]) -> list[Path]:
     return order
 
 
-def _fill_kernel(draft: Path) -> None:
+def _fill_kernel(draft: Path, modules: Sequence[str], init: str) -> None:
     with tempfile.TemporaryDirectory(prefix="kernel-") as name:
         work = Path(name)
         depends = subprocess.run(["apt-cache", "depends", "linux-image-cloud-amd64"], check=True, capture_output=True, text=True)
@@ -139,19 +139,20 @@ def _fill_kernel(draft: Path) -> None:
         for directory in ("bin", "dev", "root"):
             (root / directory).mkdir(parents=True)
         shutil.copy("/bin/busybox", root / "bin")
-        modules = _modules(work / "kernel/lib/modules", MODULES)
-        for module in modules:
+        files = _modules(work / "kernel/lib/modules", modules)
+        for module in files:
             shutil.copy(module, root)
-        (root / "init").write_text(INIT.format(modules=" ".join(module.stem for module in modules)))
+        (root / "init").write_text(init.format(modules=" ".join(module.stem for module in files)))
         (root / "init").chmod(0o755)
         with open(draft / "initrd", "wb") as initrd:
             subprocess.run("find . | busybox cpio -o -H newc 2>/dev/null", shell=True, cwd=root, stdout=initrd, check=True)
         shutil.copy(next(work.glob("kernel/boot/vmlinuz-*")), draft / "vmlinuz")
 
 
-def kernel() -> tuple[Path, Path]:
-    """Debian's kernel for virtual machines, and an initial root that mounts the first disk."""
-    place = cache.entry("machine/kernel-" + cache.name_for(_release(), MODULES, INIT), _fill_kernel)
+def kernel(modules: Sequence[str] = MODULES, init: str = INIT) -> tuple[Path, Path]:
+    """Debian's kernel for virtual machines, and an initial root that mounts the first disk, or has another
+    /init and other modules."""
+    place = cache.entry("machine/kernel-" + cache.name_for(_release(), modules, init), lambda draft: _fill_kernel(draft, modules, init))
     return place / "vmlinuz", place / "initrd"
 
 
