@@ -8,14 +8,13 @@ import contextlib
 import json
 import os
 import random
-import shutil
-import subprocess
 import tempfile
 import time
 from collections.abc import Iterator
 from pathlib import Path
 
 from device.cache import PROJECT
+from device.scene import tidy_up_on_signals
 
 from . import diskscene, powercut, writelog
 from .points import BUILT, WORDS
@@ -127,6 +126,7 @@ def main(arguments: list[str]) -> int:
     parser.add_argument("--boots", type=int, default=30, metavar="N", help="from so many states a machine is started")
     parser.add_argument("--seed", type=int, default=1, metavar="N", help="chooses what of unflushed writes is lost")
     options = parser.parse_args(arguments)
+    tidy_up_on_signals()
     program = Path(os.environ.get("UPDATER", PROJECT / "build/updater")).resolve()
     tasks = [] if options.fault else [("", system) for system in options.fs or diskscene.MOUNT]
     tasks += [(fault, system) for fault in (options.fault or FAULTS) for system in FAULTS[fault] if system in (options.fs or FAULTS[fault])]
