@@ -47,24 +47,25 @@ bool Downloader::open(const std::string& sUri)
     if (!m_vFetchers.empty()) {
         return false;
     }
+    const std::string sShown = printable(sUri);
     if (!parseUri(sUri, m_uri)) {
-        logMessage(ERROR, "failed parsing repository URI '%s'", sUri.c_str());
+        logMessage(ERROR, "failed parsing repository URI '%s'", sShown.c_str());
         close();
         return false;
     }
     if (m_uri.host == nullptr || m_uri.path == nullptr || m_uri.scheme == nullptr) {
-        logMessage(ERROR, "repository URI '%s' missing host, path or scheme", sUri.c_str());
+        logMessage(ERROR, "repository URI '%s' missing host, path or scheme", sShown.c_str());
         close();
         return false;
     }
-    logMessage(DEBUG,
-               "opening repo downloader with URI scheme, host, port, path = '%s' '%s' %u '%s'",
-               m_uri.scheme, m_uri.host, m_uri.port, m_uri.path);
+    logMessage(
+        DEBUG, "opening repo downloader with URI scheme, host, port, path = '%s' '%s' %u '%s'",
+        m_uri.scheme, printable(m_uri.host).c_str(), m_uri.port, printable(m_uri.path).c_str());
     assert(m_vFetchers.empty());
     m_vFetchers.push_back(std::make_unique<URLFetcher>(m_uri));
     URLFetcher& fetcher = *m_vFetchers.back();
     if (!fetcher.isValid()) {
-        logMessage(ERROR, "cannot create fetcher for '%s'", sUri.c_str());
+        logMessage(ERROR, "cannot create fetcher for '%s'", sShown.c_str());
         close();
         return false;
     }
@@ -75,7 +76,7 @@ bool Downloader::open(const std::string& sUri)
     if (!m_sBasePath.ends_with('/')) {
         m_sBasePath += '/';
     }
-    logMessage(DEBUG, "opened repo downloader with base URI '%s'", sUri.c_str());
+    logMessage(DEBUG, "opened repo downloader with base URI '%s'", sShown.c_str());
     return true;
 }
 

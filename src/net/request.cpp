@@ -1,5 +1,6 @@
 #include "net/request.h"
 
+#include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 
@@ -40,6 +41,14 @@ std::vector<std::string_view> elementsOf(std::string_view sValue)
     }
     vElements.push_back(sValue.substr(uBegin));
     return vElements;
+}
+
+/// Parts of these headers go back out in a request, where a control character could end its line.
+bool hasControlButTabs(std::string_view sValue)
+{
+    std::string sText(sValue);
+    std::replace(sText.begin(), sText.end(), '\t', ' ');
+    return hasControlCharacter(sText);
 }
 
 }  // namespace
@@ -99,16 +108,18 @@ bool isGoodChallenge(std::string_view sValue)
         return sElement.find_first_not_of(k_sBlanks) == std::string_view::npos;
     };
     const std::vector<std::string_view> vElements = elementsOf(sValue);
-    return std::none_of(vElements.begin(), vElements.end(), isBlank) &&
+    return !hasControlButTabs(sValue) &&
+           std::none_of(vElements.begin(), vElements.end(), isBlank) &&
            k_sBlanks.find(sValue.back()) == std::string_view::npos;
 }
 
 bool isGoodAuthenticationInfo(std::string_view sValue)
 {
     const std::vector<std::string_view> vElements = elementsOf(sValue);
-    return std::all_of(vElements.begin(), vElements.end(), [](std::string_view sElement) {
-        return sElement.find('=') != std::string_view::npos;
-    });
+    return !hasControlButTabs(sValue) &&
+           std::all_of(vElements.begin(), vElements.end(), [](std::string_view sElement) {
+               return sElement.find('=') != std::string_view::npos;
+           });
 }
 
 int provideCredentials(const char* pLabel, const std::string& sUser, const std::string& sPassword,

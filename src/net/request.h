@@ -33,11 +33,12 @@ bool isTransient(int iResult);
 /// True for the statuses whose "Location" is followed: 301, 302, 303, 307.
 bool isRedirect(int iStatus);
 
-/// False for a challenge (RFC 9110, 11.6.1) with an empty element, on which the library crashes.
+/// False for a challenge (RFC 9110, 11.6.1) with an empty element, on which the library crashes, or
+/// with a control character, which it would send back.
 bool isGoodChallenge(std::string_view sValue);
 
 /// False if an element of a list of parameters (RFC 9110, 11.6.3) has no "=", on which the library
-/// crashes.
+/// crashes, or if there is a control character.
 bool isGoodAuthenticationInfo(std::string_view sValue);
 
 /// Answers a request for authentication, in the way of neon's credentials callbacks.
