@@ -1,5 +1,6 @@
-// The downloader, as client of whatever answers. The first byte of an input chooses the origin; the
-// rest is what the peer of each connection sends, in their order, with "\n----\n" between them.
+// The downloader, as client of whatever answers. The first byte of an input chooses the repository, or
+// "u" that its URI comes first; the rest is what the peer of each connection sends, in their order, with
+// "\n----\n" between them.
 
 #include "net/downloader.h"
 
@@ -24,6 +25,7 @@
 namespace {
 
 constexpr std::string_view k_sBetween = "\n----\n";
+constexpr std::string_view k_sSecret = "c3cr3t";
 
 std::string_view g_sAnswers;        ///< of connections to come
 std::list<FileDescriptor> g_peers;  ///< the other ends of all connections of the run
@@ -97,7 +99,7 @@ extern "C" std::FILE* fopen(const char* pPath, const char* pMode)
 namespace {
 
 /// Requires that a peer was sent nothing but requests of the program, with no line that others chose.
-void judgeRequests(int iPeer)
+void judgeRequests(int iPeer, std::string_view sInput)
 {
     std::string sSent;
     std::array<char, 4096> vBuffer;
@@ -105,12 +107,14 @@ void judgeRequests(int iPeer)
     while ((iRead = recv(iPeer, vBuffer.data(), vBuffer.size(), MSG_DONTWAIT)) > 0) {
         sSent.append(vBuffer.data(), static_cast<std::size_t>(iRead));
     }
-    require(sSent.find("c3cr3t") == std::string::npos, "no password goes out in clear");
+    require(sSent.find(k_sSecret) == sSent.npos || sInput.find(k_sSecret) != sInput.npos,
+            "no password goes out in clear");
     while (!sSent.empty() && sSent[0] != '\x16') {  // the first byte of TLS
         const std::size_t uEnd = sSent.find("\r\n");
         require(uEnd != std::string::npos, "requests consist of lines");
         const std::string_view sLine = std::string_view(sSent).substr(0, uEnd);
-        require(std::all_of(sLine.begin(), sLine.end(), [](char c) { return c < 0 || c >= ' '; }),
+        require(std::all_of(sLine.begin(), sLine.end(),
+                            [](char c) { return c < 0 || c >= ' ' || c == '\t'; }),
                 "no line holds a control character");
         static constexpr std::array<std::string_view, 12> k_vBegins = {"GET ",
                                                                        "CONNECT ",
@@ -140,7 +144,7 @@ void fuzz(std::string_view sInput)
         const rlimit few = {64, 64};  // the program looks at each descriptor behind a connect()
         setrlimit(RLIMIT_NOFILE, &few);
         URLFetcher::setNetworkDefaults(
-            {"proxy", 3128, true, "user", "c3cr3t", "base", "product", ""});
+            {"proxy", 3128, true, "user", std::string(k_sSecret), "base", "product", ""});
         return true;
     }();
     require(s_bReady && sInput.size() < 65536, "an answer fits a socket");
@@ -149,11 +153,12 @@ void fuzz(std::string_view sInput)
     static const std::string s_sTo = writeFile("to", "old");
     {
         Downloader downloader;
-        require(downloader.open(cOrigin == 's'   ? "https://origin/base"
-                                : cOrigin == 'h' ? "http://origin/base"
-                                                 : "http://local/base"),
-                "a repository can be opened");
-        const bool bOk = downloader.download("a/b", s_sTo, cOrigin == 'l');
+        const bool bOpen = downloader.open(cOrigin == 'u'   ? std::string(nextAnswer())
+                                           : cOrigin == 's' ? "https://origin/base"
+                                           : cOrigin == 'h' ? "http://origin/base"
+                                                            : "http://local/base");
+        require(bOpen || cOrigin == 'u', "a repository can be opened");
+        const bool bOk = bOpen && downloader.download("a/b", s_sTo, cOrigin == 'l');
         std::string sGot;
         require(readFile(s_sTo, sGot) && (bOk || sGot == "old"),
                 "a failure leaves the destination as it was");
@@ -164,7 +169,7 @@ void fuzz(std::string_view sInput)
     }
     require(g_peers.size() <= 6 * 12, "requests are limited");
     for (const FileDescriptor& peer : g_peers) {
-        judgeRequests(peer.get());
+        judgeRequests(peer.get(), sInput);
     }
     g_peers.clear();
 }

@@ -86,6 +86,8 @@ def _written() -> Iterator[tuple[str, bytes]]:
     for origin in "lhs":
         for answers in ANSWERS:
             yield "downloader", (origin + "\n----\n".join(answers)).encode()
+    for uri in ("http://h:80/p", "https://[::1]/", "file:///dev/null", "http://[::1]:8/", "ftp://h/"):
+        yield "downloader", f"u{uri}\n----\n{_GOOD}".encode()
     yield "childlines", b"Preparing...  ####\nUpdating / installing...\n\na\n\0\n" + b"x" * 1500
 
 
