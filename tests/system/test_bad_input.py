@@ -167,6 +167,7 @@ def test_rpm_database(device, damage):
         database.write_bytes({"garbage": b"x" * 5000, "empty": b"", "cut": content[:len(content) // 2]}[damage])
     result = device.run()
     assert result.lines[-3:] == ["ERROR: failed getting list of installed packages", "ERROR: could not initialize resolver", EXIT]
+    assert ("ERROR: rpmlib: cannot open Packages index using sqlite" in result.stderr) == (damage in ("garbage", "cut"))
     assert (result.returncode, device.status) == (1, "READY")
 
 

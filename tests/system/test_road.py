@@ -48,6 +48,8 @@ def test_a_remote_repository_is_asked_after_a_random_wait(device):
         assert (result.returncode, result.lines[5:], device.status) == (143, [
             "ERROR: wait interrupted", "INFO: --- EXIT ERROR ---", "ERROR: terminated by signal #15: Terminated"], "READY")
     assert len(waits) == 3
+    device.answer("hook init", to_updater="TERM")
+    assert "ERROR: wait interrupted" in device.run("--max-wait-time", "1000000").lines  # the signal came first
 
 
 @pytest.mark.parametrize("arguments, code, state, status, calls", [
@@ -124,6 +126,8 @@ def test_the_cache_serves_without_its_repository(device):
     assert device.run("--check-only").returncode == 0
     device.remove("/srv/repo/repodata/repomd.xml")
     assert device.run("--check-only", "--cache-only").lines == [*head("check"), *REPORT, "INFO: --- EXIT OK ---"]
+    far = ("--repo-url", "base:http://127.0.0.1:9/repo", "--max-wait-time", "2")
+    assert device.run("--check-only", "--cache-only", *far).lines[4:] == [*REPORT, "INFO: --- EXIT OK ---"]
     assert device.run("--check-only").lines[-4:] == [
         "ERROR: failed copying file (No such file or directory)",
         "ERROR: failed getting repository resource 'repodata/repomd.xml'",

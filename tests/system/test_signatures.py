@@ -16,6 +16,7 @@ REFUSED = "ERROR: failed verifying package 'app-2-1.noarch.rpm'"
 def update(device, package, *arguments):
     """Publishes one file, whatever it holds, under the checksum that it has, and updates."""
     set_up(device).publish(APP)
+    device.write("/etc/rpm/macros", device.read("/etc/rpm/macros") + "%_pkgverify_level none\n")  # counts for rpm alone
     place = device.path("/srv/repo/app-2-1.noarch.rpm")
     place.write_bytes(package)
     sum = hashlib.sha1(package).hexdigest()
@@ -49,7 +50,7 @@ def test_refused(device, tmp_path, key, how, reason):
     if reason:
         found = re.fullmatch(reason, said[-2])
         assert found and said[-1] == REFUSED
-        assert not found.groups() or f"key ID {found[1][8:]}: NOKEY" in said[-3]  # as rpm itself says
+        assert not found.groups() or re.fullmatch(f"WARNING: rpmlib: .*key ID {found[1][8:]}: NOKEY", said[-3])
     else:
         assert said == ["ERROR: no signature on package 'app-2-1.noarch.rpm'"]
     assert (result.returncode, device.installed()) == (1, OLD_STATE)

@@ -52,9 +52,11 @@ TEST(Downloader, copiesFilesUnderATemporaryName)
     const std::string sNew(10000, 'n');
     dir.write("p%20", sNew);
     mkdir("dir", 0777);
+    ASSERT_EQ(symlink("/dev/null", "null"), 0);
     const std::tuple<const char*, std::string, std::string> vCases[] = {
         {"missing", "to", "ERROR: failed copying file (No such file or directory)\n"},
         {".", "to", "ERROR: failed copying file (Is a directory)\n"},
+        {"null", "to", "ERROR: failed copying file (Invalid argument)\n"},
         {"p%20", "no/to", "ERROR: failed creating file 'no/to.tmp' (No such file or directory)\n"},
         {"p%20", "dir", "ERROR: failed renaming 'dir.tmp' to 'dir' (Is a directory)\n"},
         {"p%20", "to", ""}};

@@ -116,6 +116,18 @@ TEST(PackageSet, ordersByNameAndKeepsTheOrderOfArrival)
     EXPECT_EQ(std::string(set[4].location()) + set[4].checksum().type + set[4].checksum().value,
               "3sha5");
 
+    PackageSet many;  // so many that an unstable sort would show
+    for (int i = 0; i < 400; ++i) {
+        many.insertEqual(makePackage(std::to_string(i * 7 % 100), std::to_string(i)));
+    }
+    many.sort();
+    for (std::uint32_t u = 1; u < many.size(); ++u) {
+        const auto key = [&](std::uint32_t uPlace) {
+            return std::pair(many[uPlace].name(), std::stoi(many[uPlace].evr().version.str()));
+        };
+        EXPECT_LT(key(u - 1), key(u));
+    }
+
     UpdateSet updates;
     EXPECT_TRUE(updates.insertUnique(set[4]).second);
     const auto [present, bAdded] = updates.insertUnique(set[2]);
@@ -130,7 +142,7 @@ TEST(Text, holdsOneCopyOfEveryString)
     std::vector<std::string> vStrings = {"", std::string(300 << 10, 'x'),
                                          std::string((256 << 10) - 5, 'z')};  // just a chunk
     for (int i = 0; i < 100000; ++i) {  // more than one chunk, and several sizes of the table
-        vStrings.push_back("name-" + std::to_string(i));
+        vStrings.push_back(std::string(static_cast<std::size_t>(i % 13), '-') + std::to_string(i));
     }
     const std::vector<Text> vFirst(vStrings.begin(), vStrings.end());
     EXPECT_TRUE(vFirst == std::vector<Text>(vStrings.begin(), vStrings.end()));

@@ -109,6 +109,8 @@ TEST(Primary, judgesWhatDiffers)
         {"href", "xml:href", sFailed + sNo + "href' for node 'location'\n"},
         {"epoch=' 2'", "", sFailed + sNo + "epoch' for node 'version'\n" + sBadVersion},
         {"ver='1.2' rel=''", "ver='1.2'", sOne + sNo + "rel' for node 'version'\n"},
+        {"ver='1.2'", "ver='1.2&#10;'", sFailed + sControl + "version' of package\n"},
+        {"rel=''", "rel='&#127;'", sFailed + sControl + "version' of package\n"},
         {"epoch=' 2'", "epoch='2147483647'", sFailed},
         {"epoch=' 2'", "epoch='-1'", sFailed},
         {"epoch=' 2'", "epoch='1a'", sFailed},
@@ -133,10 +135,10 @@ TEST(Primary, judgesWhatDiffers)
     for (const auto& [sPart, sNew, sExpected] : vCases) {
         EXPECT_EQ(parsed(replaced(k_sDocument, sPart, sNew), packageText), sExpected) << sNew;
     }
-    for (const char c : std::string_view("*?[]{}\\\"")) {
-        const std::string sNew = replaced("f.r", ".", {c});
-        EXPECT_EQ(parsed(replaced(k_sDocument, "foo.r", sNew), packageText),
-                  sFailed + sUnusable + sNew + "pm' in 'location'\n");
+    for (const char c : std::string_view("*?[]{}\\\"'")) {
+        const std::string sWritten = "&#" + std::to_string(c) + ";";
+        EXPECT_EQ(parsed(replaced(k_sDocument, "foo", sWritten), packageText),
+                  sFailed + sUnusable + c + ".rpm' in 'location'\n");
     }
 }
 
@@ -252,6 +254,23 @@ TEST(Primary, isNotExhausted)
     EXPECT_FALSE(parsePrimary(
         dir.write("p", replaced(k_sDocument, "<c:format/>", times(5000, "<x/>"))), contents));
     signalNoted = 0;
+}
+
+TEST(PrimaryDeathTest, takesMemoryUpToALimit)
+{
+    rpmReadConfigFiles(nullptr, nullptr);
+    const TempDir dir;
+    const std::string sPath = dir.write("p", k_sDocument);
+    const auto readBehind = [&](int iMebibytes) {  // of texts, which live as long as their process
+        for (int i = 0; i < iMebibytes; ++i) {
+            static_cast<void>(Text(std::to_string(i) + std::string(std::size_t{1} << 20U, 'x')));
+        }
+        PrimaryContents contents;
+        exit(parsePrimary(sPath, contents) ? 0 : 3);
+    };
+    EXPECT_EXIT(readBehind(190), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(readBehind(200), testing::ExitedWithCode(3),
+                "ERROR: packages of the repository take more than 200 MiB of memory\n");
 }
 
 }  // namespace

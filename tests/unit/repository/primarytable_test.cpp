@@ -49,6 +49,7 @@ protected:
         contents.packages.sort();
         contents.skipped = std::string("s.rpm\0vax\0t.rpm\0\0", 17);
         contents.architectures = {{"noarch", true}, {"vax", false}, {"", false}};
+        dir.write("p.table.tmp", "left by a power cut");
         const LogCapture log;
         EXPECT_TRUE(writePrimaryTable(path, "5", contents));
         file = dir.read("p.table");

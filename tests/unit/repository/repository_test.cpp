@@ -37,6 +37,8 @@ TEST(Repomd, judgesTheIndex)
         {">2<", "><", "DEBUG: no string list for node 'open-checksum'\n" + sNoSum + sFailed},
         {"a/p.gz", "/packages/",
          "DEBUG: 'location' of 'data' element takes a place of the cache\n" + sFailed},
+        {"p.gz", "p.table",
+         "DEBUG: 'location' of 'data' element takes a place of the cache\n" + sFailed},
         {"<r:repomd", "<!DOCTYPE r:repomd [<!ENTITY % p ''>]><r:repomd",
          "DEBUG: document type declaration in metadata\n"},
         {"p.gz", "p.tmp", "DEBUG: unusable file name 'p.tmp' in 'location'\n" + sFailed},
