@@ -98,7 +98,7 @@ def refresh(mutant: Mutant | None) -> None:
             shutil.copymode(PROJECT / name, path)
 
 
-def run(command: list[str], seconds: float = 400) -> tuple[int, str]:
+def run(command: list[str], seconds: float = 600) -> tuple[int, str]:
     """Exit code, -1 if the time was over, and output. All goes to the log, too."""
     with open(WORK / "log", "a+", encoding="utf-8", errors="replace") as log:
         print("\n$", shlex.join(command), file=log, flush=True)
@@ -124,22 +124,20 @@ def build(*targets: str) -> bool:
 def failure(test: str) -> str:
     """The first of such tests that fails, "build" if they cannot be built; empty if all pass."""
     if test.startswith("tests/"):
-        if not build("updater"):
-            return "build"
         # The one test that a change of the text alone makes fail is left out.
         options = ["-q", "-x", "-rfE", "--tb=short", "-p", "no:cacheprovider",
                    "--deselect=tests/system/test_documents.py::test_every_small_fault_applies"]
-        code, output = run(["/usr/bin/python3", "-m", "pytest", *options, *test.split("\n")], 3000)
-        named = re.findall(r"^(?:FAILED|ERROR) (tests/.*?)(?: - .*)?$", output, re.MULTILINE)
+        target, pattern, prefix = "updater", r"^(?:FAILED|ERROR) (tests/.*?)(?: - .*)?$", ""
+        command, seconds = ["/usr/bin/python3", "-m", "pytest", *options, *test.split("\n")], 3000
     else:
-        program, filter_ = test.split(" ")
-        if not build(program):
-            return "build"
-        code, output = run([f"build/dev/tests/{program}", "--gtest_fail_fast", f"--gtest_filter={filter_}"])
-        named = re.findall(r"^\[ RUN      \] (\S+)", output, re.MULTILINE)[-1:]
-    if code == 0:
-        return ""
-    return named[0] if test.startswith("tests/") and named else f"{program} {named[0]}" if named else test
+        target, filter_ = test.split(" ")
+        pattern, prefix = r"^\[ +(?:RUN|FAILED) +\] (\S+)$(?!\n\[ +(?:OK|SKIPPED))", f"{target} "
+        command, seconds = [f"build/dev/tests/{target}", "--gtest_fail_fast", f"--gtest_filter={filter_}"], 400
+    if not build(target):
+        return "build"
+    code, output = run(command, seconds)
+    named = re.findall(pattern, output, re.MULTILINE)
+    return "" if code == 0 else prefix + named[-1] if named else test
 
 
 def judge(mutant: Mutant, named_only: bool) -> str:
@@ -153,57 +151,64 @@ def judge(mutant: Mutant, named_only: bool) -> str:
     return next(filter(None, map(failure, tests)), "")
 
 
-def check_clean(tests: list[str]) -> None:
-    """A test that fails without any fault sees nothing."""
-    refresh(None)
-    for test in tests:
-        if by := failure(test):
-            sys.exit(f"mutants: without any fault there is a failure, too: {by} (see {WORK}/log)")
+def chosen(table: list[Mutant], options: argparse.Namespace, results: dict[str, dict]) -> list[Mutant]:
+    first, every = map(int, options.share.split("/"))
+    found = [mutant for mutant in table if not options.names or mutant.name in options.names or
+             any(mutant.file.startswith(name) for name in options.names)][first - 1::every]
+    return [mutant for mutant in found if not options.rest or results.get(mutant.name, {}).get("by", "") in ("", "build")]
+
+
+def summary(results: dict[str, dict], number: int) -> tuple[float, str]:
+    """The share that was seen, and all figures."""
+    seen = [row["by"] for row in results.values()]
+    system = sum(by.startswith("tests/") for by in seen)
+    bad = {word: seen.count(word) for word in ("", "build")}
+    caught = len(seen) - sum(bad.values())
+    rate = 100 * caught / max(len(seen), 1)
+    minutes = sum(row["seconds"] for row in results.values()) / 60
+    return rate, (f"{len(seen)} of {number} faults, {caught} seen ({rate:.1f} %): {caught - system} by unit tests, {system} by "
+                  f"system tests; {bad['']} survived, {bad['build']} did not build; {minutes:.0f} minutes")
 
 
 def main() -> int:
     parser = argparse.ArgumentParser(prog="./dev mutants", description="Does a test see each of the small faults in tools/mutants/table.txt?")
     parser.add_argument("names", nargs="*", help="of faults, or what their files begin with: src/net; all without any")
     parser.add_argument("--share", default="1/1", metavar="I/N", help="only every Nth fault, from the Ith on")
+    parser.add_argument("--rest", action="store_true", help="only those that no run before has seen")
     parser.add_argument("--named", action="store_true", help="run no more than the tests that the table names")
-    parser.add_argument("--table", type=Path, default=Path(__file__).with_name("table.txt"), help=argparse.SUPPRESS)
     parser.add_argument("--apply-only", action="store_true", help="only tell whether all of the table applies")
+    parser.add_argument("--table", type=Path, default=Path(__file__).with_name("table.txt"), help=argparse.SUPPRESS)
     options = parser.parse_args()
-    first, every = map(int, options.share.split("/"))
     table = read_table(options.table)
     for mutant in table:
         mutant.text()
     resolve(sorted({name for mutant in table for name in mutant.tests}))
     if options.apply_only:
         return 0
-    chosen = [mutant for mutant in table if not options.names or mutant.name in options.names or
-              any(mutant.file.startswith(name) for name in options.names)][first - 1::every]
-    os.nice(10)
+    os.nice(5)
     TREE.mkdir(parents=True, exist_ok=True)
     lock = open(WORK / "lock", "w", encoding="ascii")  # noqa: SIM115  held to the end
     fcntl.flock(lock, fcntl.LOCK_EX)
-    (WORK / "log").write_text("")
-    check_clean(resolve(sorted({name for mutant in chosen for name in mutant.tests})))
-    results = WORK / "results.json"
-    kept = json.loads(results.read_text()) if results.exists() else {}
-    rows = {mutant.name: kept[mutant.name] for mutant in table if mutant.name in kept}
-    started = time.monotonic()
-    for mutant in chosen:
+    file = WORK / "results.json"
+    before = json.loads(file.read_text()) if file.exists() else {}
+    results = {mutant.name: before[mutant.name] for mutant in table  # of the same fault
+               if before.get(mutant.name, {}).get("change") == [mutant.old, mutant.new]}
+    now = chosen(table, options, results)
+    for mutant in now:
         start = time.monotonic()
         by = judge(mutant, options.named)
-        rows[mutant.name] = {"file": mutant.file, "fault": mutant.fault, "by": by, "seconds": round(time.monotonic() - start, 1)}
-        results.write_text(json.dumps(rows, indent=1) + "\n")
-        said = {"": "SURVIVED", "build": "DOES NOT BUILD"}.get(by, by)
-        print(f"{mutant.name:32} {rows[mutant.name]['seconds']:6.1f} s  {said}", flush=True)
-    seen = [rows[mutant.name]["by"] for mutant in chosen]
-    caught = {by for by in seen if by not in ("", "build")}
-    check_clean(grouped(sorted(caught)))
-    number = sum(by in caught for by in seen)
-    units = sum(by in caught and not by.startswith("tests/") for by in seen)
-    rate = 100 * number / len(seen) if seen else 100
-    print(f"{len(seen)} faults, {number} seen ({rate:.1f} %): {units} by unit tests, {number - units} by system tests; "
-          f"{seen.count('')} survived, {seen.count('build')} did not build; {(time.monotonic() - started) / 60:.0f} minutes")
-    return 0 if rate >= GOAL and "build" not in seen else 1
+        seconds = round(time.monotonic() - start, 1)
+        results[mutant.name] = {"file": mutant.file, "fault": mutant.fault, "change": [mutant.old, mutant.new], "by": by, "seconds": seconds}
+        file.write_text(json.dumps(results, indent=1) + "\n")
+        print(f"{mutant.name:32} {seconds:6.1f} s  { {'': 'SURVIVED', 'build': 'DOES NOT BUILD'}.get(by, by)}", flush=True)
+    refresh(None)  # a test that fails without any fault has seen nothing
+    for test in grouped(sorted({results[mutant.name]["by"] for mutant in now} - {"", "build"})):
+        if by := failure(test):
+            sys.exit(f"mutants: without any fault there is a failure, too: {by} (see {WORK}/log)")
+    print(summary({mutant.name: results[mutant.name] for mutant in now}, len(now))[1])
+    rate, figures = summary(results, len(table))
+    print(f"all so far: {figures}")
+    return 0 if rate >= GOAL and not any(row["by"] == "build" for row in results.values()) else 1
 
 
 if __name__ == "__main__":
