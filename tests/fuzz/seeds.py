@@ -1,8 +1,9 @@
 """What the fuzz targets begin with: what createrepo_c and rpmbuild make, and the examples that are shipped."""
 
 import gzip
+import re
 import shutil
-from collections.abc import Callable, Iterator
+from collections.abc import Iterator
 from pathlib import Path
 
 from device import keys, packages
@@ -36,6 +37,19 @@ WORDS = {"primary": XML + METADATA, "index": XML + METADATA, "configuration": XM
          "downloader": HTTP, "versions": ["~", "^", ":", "-", ".", "00", "-2147483648:", "4294967296:"]}
 
 
+#: What each text and each value of an attribute ends in once, in a document each.
+HOSTILE = {"primary": ["&#10;", ".tmp"], "index": ["&#10;", ".tmp", ".table"], "configuration": ["&#10;", "/"],
+           "proxyfile": ["&#10;"]}
+
+
+def _hostile(target: str, document: bytes) -> Iterator[tuple[str, bytes]]:
+    """The document, and once more for each place and each hostile word."""
+    yield target, document
+    for end in re.finditer(rb'(?<=[^=?])(?="[ />])|(?<=[^>])(?=</)', document):
+        for word in HOSTILE[target]:
+            yield target, document[:end.start()] + word.encode() + document[end.start():]
+
+
 def _answer(status: str, *headers: str, body: str = "") -> str:
     return "\r\n".join([f"HTTP/1.1 {status}", *headers, "", body])
 
@@ -58,10 +72,13 @@ def _published() -> Iterator[tuple[str, bytes]]:
         for items in [*([package] for package in PACKAGES), PACKAGES]:
             device.publish(*items)
             repodata = device.path("/srv/repo/repodata")
-            yield "index", (repodata / "repomd.xml").read_bytes()
             primary = (repodata / "primary.xml.gz").read_bytes()
             yield "primary", primary
-            yield "primary", gzip.decompress(primary)
+            if len(items) > 1:
+                yield "primary", gzip.decompress(primary)
+                yield from _hostile("index", (repodata / "repomd.xml").read_bytes())
+            else:
+                yield from _hostile("primary", gzip.decompress(primary))
             device.run("--check-only")
             for table in device.path("/var/cache/updater").rglob("*.table"):
                 yield "table", table.read_bytes()
@@ -78,8 +95,8 @@ def _built() -> Iterator[tuple[str, bytes]]:
 def _written() -> Iterator[tuple[str, bytes]]:
     examples = PROJECT / "dist" / "examples"
     for name in ("updater.conf", "defaults.conf"):
-        yield "configuration", (examples / name).read_bytes()
-    yield "proxyfile", (examples / "orvproxy.conf").read_bytes()
+        yield from _hostile("configuration", (examples / name).read_bytes())
+    yield from _hostile("proxyfile", (examples / "orvproxy.conf").read_bytes())
     for package in PACKAGES:
         lines = [f"{sign}{package.name[0]}{package.evr}" for sign in "HJL"]
         yield "versions", "\n".join(lines).encode()
