@@ -1,5 +1,6 @@
 """What lies on the disk behind a power cut, whether that may be, and what the next start makes of it."""
 
+import contextlib
 import dataclasses
 import hashlib
 import os
@@ -18,8 +19,9 @@ from .points import WORDS
 #: Which sets of packages may be installed behind a word; any with UPDATING and CORRUPTED.
 SETS = {"REBOOTING": (diskscene.BEHIND,), "PKGSDONE": (diskscene.BETWEEN, diskscene.BEHIND)}
 ANY = (diskscene.BEFORE, diskscene.BETWEEN, diskscene.BEHIND)
-#: In the machine: gives the host what is judged.
-READ = """mount {mount} /dev/vda /disk && cd /disk && \
+#: The disks of the machine: the state, and what it gives to the host to judge.
+DISK, READ = "disk", "read"
+GIVE = """mount {mount} /dev/vda /disk && cd /disk && \
 (grep -qxE 'UPDATING|CORRUPTED' var/lib/updater/status || echo opt var/lib/rpm) 2>/dev/null | \
 xargs tar -cf /dev/vdb var/lib/updater && cd / && umount /disk""".replace("\\\n", "")
 #: A start of the device, and a run: its exit code and the word that it leaves.
@@ -37,34 +39,21 @@ class Verdict:
 
 
 class Judge:
-    """Has a machine that mounts one state of the disk after the other. Use it in "with"."""
+    """Has a machine mount one state of the disk after the other. Made by judging()."""
 
-    def __init__(self, kernel: tuple[Path, Path], system: str, work: Path) -> None:
-        self._system = system
-        self._work = work
-        self._disk, self._read = work / "disk", work / "read"
-        for file in (self._disk, self._read):
-            file.write_bytes(b"")
-            os.truncate(file, diskscene.SIZE)
-        self._machine = Machine(kernel, [*drive(self._disk), *drive(self._read)], lambda _: None)
+    def __init__(self, machine: Machine, system: str, work: Path) -> None:
+        self._machine, self._system, self._work = machine, system, work
         self._known: dict[str, tuple[str, ...]] = {}
-
-    def __enter__(self) -> "Judge":
-        self._machine.wait_up(diskscene.PATIENCE)
-        return self
-
-    def __exit__(self, *_: object) -> None:
-        self._machine.close()
 
     def judge(self, flushed: int, state: writelog.State) -> Verdict:
         """`flushed` is the disk without what the state adds."""
-        with open(self._disk, "r+b") as file:
+        with open(self._work / DISK, "r+b") as file:
             writelog.put(flushed, state, file.fileno())
-        code, told = self._machine.run(READ.format(mount=diskscene.MOUNT[self._system]), diskscene.PATIENCE)
+        code, told = self._machine.run(GIVE.format(mount=diskscene.MOUNT[self._system]), diskscene.PATIENCE)
         if code != 0:
             self._machine.run("cd /; umount /disk")
             return Verdict(state.name, "?", (f"the disk cannot be read: {told}",))
-        with tarfile.open(self._read) as files:
+        with tarfile.open(self._work / READ) as files:
             found = {file.name: _content(files, file) for file in files if not file.isdir()}
             word, faults = _word(found)
             if not faults and word not in ("UPDATING", "CORRUPTED"):
@@ -94,6 +83,17 @@ class Judge:
             yield "rpm -Va: " + "; ".join(told.splitlines()[:3]) + f" ({len(told.splitlines())} lines)"
         yield from _judge_index(tree)
         shutil.rmtree(tree)
+
+
+@contextlib.contextmanager
+def judging(kernel: tuple[Path, Path], system: str, work: Path) -> Iterator[Judge]:
+    """`work` is a directory for its files."""
+    for name in (DISK, READ):
+        (work / name).write_bytes(b"")
+        os.truncate(work / name, diskscene.SIZE)
+    with diskscene.start(kernel, [*drive(work / DISK), *drive(work / READ)]) as machine:
+        machine.wait_up(diskscene.PATIENCE)
+        yield Judge(machine, system, work)
 
 
 def _content(files: tarfile.TarFile, file: tarfile.TarInfo) -> bytes:
@@ -128,7 +128,7 @@ def _word(found: dict[str, bytes]) -> tuple[str, list[str]]:
 
 def boot(kernel: tuple[Path, Path], system: str, state: Path, word: str) -> list[str]:
     """What is wrong with the runs behind a start from a disk with this state and word."""
-    with Machine(kernel, drive(state), lambda _: None) as machine:
+    with diskscene.start(kernel, drive(state)) as machine:
         machine.wait_up(diskscene.PATIENCE)
         diskscene.mount(machine, system)
         ends = []

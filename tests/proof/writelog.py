@@ -1,4 +1,5 @@
-"""What a disk was told to write, in order, and the states in which a power cut can leave it."""
+"""What a disk was told to write, in order, and the states in which a power cut can leave it. The order is that in
+which the writes were begun; those that a flush found unfinished count as written."""
 
 import dataclasses
 import os
@@ -89,10 +90,15 @@ def states(disk: int, entries: list[Entry], seed: int) -> Iterator[State]:
     def cuts() -> Iterator[State]:
         for count in range(1, len(pending) + 1):
             yield State(f"flush {flushes}, {count} of {len(pending)} writes", pending[:count])
+        ends = [len(_blocks(pending[:count])) for count in range(len(pending) + 1)]
+        blocks = _blocks(pending)
+        known = {tuple(range(end)) for end in ends}
         for number in range(1, max(3, len(pending) // 4) + 1 if pending else 0):
-            cut, share = lots.randint(1, len(pending)), lots.choice((0.1, 0.5, 0.9))
-            chosen = [block for block in _blocks(pending[:cut]) if lots.random() < share]
-            yield State(f"flush {flushes}, subset {number} of {cut} writes", chosen)
+            end, share = lots.choice(ends[1:]), lots.choice((0.1, 0.5, 0.9))
+            kept = tuple(place for place in range(end) if lots.random() < share)
+            if kept not in known:
+                known.add(kept)
+                yield State(f"flush {flushes}, subset {number} with {len(kept)} of {len(blocks)} blocks", [blocks[place] for place in kept])
 
     yield State("begin", [])
     for entry in entries:
