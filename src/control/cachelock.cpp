@@ -5,6 +5,7 @@
 #include "support/logger.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -12,6 +13,22 @@
 #include <cstdio>
 
 namespace {
+
+/// Opens the lock file, and makes it if need be. The directory is open to other users on many
+/// systems: a link that they planted is never followed, and a file that they gave a second name here
+/// is not changed.
+///
+/// @return a descriptor, or -1 with errno set.
+int openLockFile(const std::string& sPath)
+{
+    FileDescriptor file(open(sPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0666));
+    struct stat info = {};
+    if (file.isOpen() && fstat(file.get(), &info) == 0 && info.st_nlink > 1) {
+        file.close();
+        errno = EMLINK;
+    }
+    return file.release();
+}
 
 /// Tries until the lock is held, the time is over or a signal is noted.
 ///
@@ -44,8 +61,7 @@ bool waitForLock(int iFd, int iLockTimeout, int& iAttempts)
 
 bool acquireCacheLock(int iLockTimeout, const std::string& sPath)
 {
-    // The directory is open to other users on many systems: never follow a link that they planted.
-    FileDescriptor file(open(sPath.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW, 0666));
+    FileDescriptor file(openLockFile(sPath));
     if (!file.isOpen()) {
         logMessage(ERROR, "failed creating lock file '%s' (%s).", sPath.c_str(),
                    errnoText().c_str());

@@ -272,26 +272,38 @@ def test_a_status_that_cannot_be_forced_to_disk_stops_rpm(device, place, error, 
     assert ("ERROR: failed to sync status file: " in result.stderr) == bool(code)
 
 
-def test_lock_file(device):
+OTHERS = """python3 -c 'import fcntl, time; file = open("updater"); fcntl.lockf(file, fcntl.LOCK_SH); time.sleep(3)' &
+    until grep -q READ /proc/locks; do :; done"""
+
+
+@pytest.mark.parametrize("plant, line", [
+    ("ln -s victim updater", "failed creating lock file '{}' (Too many levels of symbolic links)."),
+    ("ln victim updater", "failed creating lock file '{}' (Too many links)."),
+    ("mkdir updater", "failed creating lock file '{}' (Is a directory)."),
+    ("mkfifo updater", "failed truncating lock file '{}' (Invalid argument)"),
+    (f"touch updater; {OTHERS}", "failed acquiring lock file '{}' (Resource temporarily unavailable)"),
+], ids=["symbolic link", "hard link", "directory", "FIFO", "read lock"])
+def test_what_others_put_where_the_lock_is(device, plant, line):
     set_up(device)
-    device.write("/var/victim", "precious")
-    device.path("/var/lock/updater").symlink_to("/var/victim")
-    result = device.run()
-    assert result.lines == ["ERROR: failed creating lock file '/var/lock/updater' (Too many levels of symbolic links).", EXIT]
-    assert device.read("/var/victim") == "precious"
-    device.path("/var/lock/updater").unlink()
+    result = device.shell(f"cd /var/lock; echo precious >victim; {plant}; updater --lock-timeout=-1; cat victim")
+    assert (result.lines, result.stdout) == (["ERROR: " + line.format("/var/lock/updater"), EXIT], "precious\n")
+
+
+def test_lock_file(device):
     device.write("/var/lock/updater", "a longer text of some earlier program\n")
-    assert device.run("--check-only").returncode == 0
+    assert device.run("--check-only").returncode == 1  # without a repository
     assert len(device.read("/var/lock/updater")) == 11
 
 
 def test_child_output(device):
     device.publish()
-    device.answer("hook init", output="a\n\nbc\nx" + "y" * 2000 + "\n" + "last line", exit=0)
+    device.answer("hook init", output="a\n\nbc\nx" + "y" * 2000 + "\n" + "last line", exit=0, nth=1)
     lines = device.run("--check-only").lines
     at = lines.index("INFO: /usr/lib/updater/hook output:")
     assert lines[at + 1:at + 8] == ["INFO:   a", "", "INFO:   bc", "INFO:   x" + "y" * 1022, "INFO:   " + "y" * 978,
                                     "INFO:   last line", lines[at + 7]]
+    device.besides("hook init", "yes flood | head -n 50000")
+    assert device.run("--check-only").lines.count("INFO:   flood") == 50000
 
 
 def test_a_cache_that_cannot_be_used(device):
