@@ -1,6 +1,7 @@
 #include "repository/itemnotify.h"
 #include "repository/location.h"
 #include "repository/repository.h"
+#include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
 
@@ -41,7 +42,8 @@ void logResourceFailure(const std::string& sLocation)
 bool openDownloader(Downloader& downloader, const std::string& sUri)
 {
     if (!downloader.open(sUri)) {
-        logMessage(ERROR, "failed creating repository downloder from '%s'", sUri.c_str());
+        logMessage(ERROR, "failed creating repository downloder from '%s'",
+                   printable(sUri).c_str());
         return false;
     }
     return true;

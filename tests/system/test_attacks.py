@@ -8,9 +8,10 @@ import re
 import pytest
 from device import webserver
 from device.device import Package
-from peers import INDEX, USER, certificates, log_of, nginx, point_at, update
-from scenes import OLD, OLD_STATE, edit_primary, set_up
+from peers import INDEX, PRIMARY, USER, certificates, log_of, nginx, point_at, scripted, update
+from scenes import NEW, OLD, OLD_STATE, edit_primary, set_up
 from test_authentication import BASE, CORE, PASSWORD, set_blocks
+from test_faults import moved
 
 STRANGER = Package("stranger", "1-1")  # signed, and never meant for this device
 LIB = Package("lib", "2-1", provides=("lib = 2-1",))
@@ -37,13 +38,15 @@ def never_adds_up(text: str) -> str:
     ([Package("app", "2-1", requires=("lib >= 2",))], lambda text: re.sub("<rpm:requires>.*</rpm:requires>", "", text, flags=re.DOTALL),
      "INFO:   \tlib >= 2 is needed by app-2-1.noarch", [], []),
     ([STRANGER], says("obsoletes", "app"), "INFO: packages installed OK", [], ["stranger-1-1"]),
+    ([STRANGER], lambda text: text.replace("<name>stranger", "<name>app").replace('ver="1"', 'ver="2"'),
+     "INFO: packages installed OK", [], ["stranger-1-1"]),
     ([Package("oldapp", "0.5-1", obsoletes=("app",))], None, "INFO: packages installed OK", ["app-1-1"], ["oldapp-0.5-1"]),
     ([Package("app", "2-1", key="")], None, "ERROR: no signature on package 'app-2-1.noarch.rpm'", [], []),
     ([Package("another", "1-1"), LIB, Package("app", "2-1", requires=("lib >= 2",))], never_adds_up,
      "FATAL: failed passing all updates but update process succeeded, SYSTEM MAY BE CORRUPTED", ["app-1-1", "lib-1-1"],
      ["app-2-1", "lib-2-1"]),
-], ids=["freeze", "rollback", "rollback by a require", "mix and match", "extraneous package", "old rename", "arbitrary package",
-        "never adds up"])
+], ids=["freeze", "rollback", "rollback by a require", "mix and match", "extraneous package", "wanted name",
+        "old rename", "arbitrary package", "never adds up"])
 def test_a_lying_repository(device, offers, lie, line, gone, come):
     device.install(*OLD)
     device.publish(*offers)
@@ -54,6 +57,41 @@ def test_a_lying_repository(device, offers, lie, line, gone, come):
     assert line in result.lines
     assert device.installed() == sorted({*OLD_STATE, *come} - {*gone})
     assert device.status == ("CORRUPTED" if line.startswith("FATAL") else "READY")
+
+
+@pytest.mark.parametrize("file, line", [
+    ("etc/secret", "ERROR: invalid checksum on '../../etc/secret'"),
+    ("dev/zero", "ERROR: failed copying file (Invalid argument)"),
+    ("srv/pipe", "ERROR: failed copying file (Invalid argument)"),
+])
+def test_a_redirect_to_a_local_file_gives_it_to_nobody(device, file, line):
+    """The path is that of the request, and so of the metadata."""
+    point_at(set_up(device), "http://127.0.0.1:8080/srv/repo", level="trace")
+    index = device.read(f"/srv/repo/{INDEX}").replace(PRIMARY, f"../../{file}")
+    device.write("/etc/secret", "top secret")
+    os.mkfifo(device.path("/srv/pipe"))
+    scripted(device, [f"HTTP/1.1 200 OK\r\n\r\n{index}"], *[moved("file:///x")] * 2)
+    result = update(device, "--check-only")
+    assert line in result.lines and result.lines[-1] == "INFO: --- EXIT ERROR ---"
+    assert "top secret" not in result.stderr
+    assert len(log_of(device, "scripted")) == 2 + (file == "etc/secret")
+
+
+def test_nothing_from_outside_is_a_format_or_ends_a_line(device):
+    set_up(device).configure("file:///srv/%n\n", release="firmware")
+    good, uri = device.read("/etc/updater.conf"), "file:///srv/%n?"
+    bad = good.replace('"info"', '"%n&#10;"').replace("Demo", "%n&#10;").replace("<release>", "<release><group><name>%n&#10;</name></group>")
+    device.write("/etc/updater.conf", bad)
+    assert device.run("--check-only").lines == [
+        "ERROR: unrecognized logger level '%n?' using 'info'", "WARNING: ignoring package group named '%n?' in config file line 5",
+        "INFO: updater version 1.1, product %n?", "INFO: --- MODE check ---", "INFO: running init hook",
+        f"INFO: updating packages from repository '%n? packages' (URI '{uri}')", f"ERROR: failed parsing repository URI '{uri}'",
+        f"ERROR: failed creating repository downloder from '{uri}'", "ERROR: could not update repository data",
+        "INFO: --- EXIT ERROR ---"]
+    device.write("/etc/updater.conf", good.replace("%n&#10;", "repo"))
+    edit_primary(device, lambda text: text.replace('ver="2"', 'ver="2%n"').replace('"app-2-1.noarch.rpm', '"%n%s.rpm'))
+    assert {"INFO: --- FIRMWARE 2%n-1 ---", "INFO: \t%n%s.rpm", "ERROR: failed getting package '%n%s.rpm' from repository"
+            } <= {*device.run("app", "firmware").lines}
 
 
 @pytest.mark.parametrize("file", [INDEX, "lib-2-1.noarch.rpm"])

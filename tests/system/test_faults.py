@@ -79,7 +79,10 @@ BAD_INDEX = [f"ERROR: failed parsing repository metadata from '{INDEX}'", *NO_IN
     ([moved("file:///nowhere")], GOOD, ["127.0.0.1"] * 2),  # gives the same path of the local files
     ([moved("file://far/x")],
      ["ERROR: only local file: URIs supported", UNUSABLE.format("file://far/x"), *NO_INDEX], ["127.0.0.1"]),
-    ([moved("ftp://far/")], ["ERROR: scheme 'ftp' not supported", UNUSABLE.format("ftp://far/"), *NO_INDEX], ["127.0.0.1"]),
+    ([moved("ftp://%n%s/")], ["ERROR: scheme 'ftp' not supported", UNUSABLE.format("ftp://%n%s/"), *NO_INDEX], ["127.0.0.1"]),
+    ([reply("404 %n%s\x1b[2J\rINFO: x\x7f", "Content-Length: 0")], failed("404 %n%s [2J INFO: x "), ["127.0.0.1"]),
+    ([moved("http://localhost:8080/login"), reply("200 OK", body="<html>Please log in")], BAD_INDEX, ["127.0.0.1", "localhost"]),
+    ([moved("http://localhost:8080/login"), moved(URI)] * 3, TOO_MANY, ["127.0.0.1", "localhost"] * 3),
     ([moved("http://a\x1b/")], ["ERROR: got redirect with unparseable location", *NO_INDEX], ["127.0.0.1"]),
     ([moved("http://[::1]")], [retrying(REFUSED), retrying(REFUSED), *failed(REFUSED)], ["127.0.0.1"]),
     ([moved("http://localhost:9/")], [retrying(REFUSED), retrying(REFUSED), *failed(REFUSED)], ["127.0.0.1"]),
