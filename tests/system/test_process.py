@@ -5,7 +5,7 @@ from pathlib import Path
 
 import pytest
 from device.device import Package
-from scenes import NEW_STATE, OLD_STATE, set_up, wait_until
+from scenes import HALF_STATE, NEW_STATE, OLD_STATE, set_up, wait_until
 
 
 def test_background_start(device):
@@ -135,6 +135,22 @@ def test_a_signal_is_noted_and_acted_on_at_the_next_look(device, call, number, c
     given_up = [line for line in result.lines if "not going on" in line]
     assert given_up == (["WARNING: not going on with the update because of signal #15: Terminated"]
                         if state not in (OLD_STATE, NEW_STATE) else [])
+
+
+@pytest.mark.parametrize("call, script, code, status, state", [
+    ("hook init", "kill 0", 143, "READY", OLD_STATE),
+    ("hook download", "kill 0", 143, "READY", OLD_STATE),
+    ("hook update", "kill 0", 143, "READY", OLD_STATE),
+    ("rpm -v -U", "kill 0", 143, "CORRUPTED", OLD_STATE),  # nobody knows how far it came
+    ("rpm -v -U", "echo 0 15 >/device/in-rpm", 143, "CORRUPTED", HALF_STATE),  # dies of it at the end of its transaction
+    ("telinit", "kill 0", 0, "REBOOTING", NEW_STATE),
+], ids=["init", "download", "update", "rpm", "in rpm", "telinit"])
+def test_a_signal_to_the_group_meets_the_children_too(device, call, script, code, status, state):
+    """As from a terminal. The children stay in the group, but for the reboot."""
+    set_up(device).besides(call, script)
+    result = device.shell("exec setsid updater")
+    assert (result.returncode, device.status, device.installed()) == (code, status, state)
+    assert ("shutdown -r +1 rebooting after upgrade" in device.calls) == (code == 0)
 
 
 def test_a_no_run_file_comes_first(device):
