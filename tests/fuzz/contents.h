@@ -48,6 +48,7 @@ inline std::string allTexts(const PrimaryContents& contents)
             }
         }
         (sAll += package.location()) += '\0';
+        static_cast<void>(package.checksum());
     }
     return sAll;
 }

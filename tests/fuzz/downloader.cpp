@@ -98,6 +98,13 @@ extern "C" std::FILE* fopen(const char* pPath, const char* pMode)
 
 namespace {
 
+/// True if a word, in whatever case, occurs.
+bool mentions(std::string_view sText, std::string_view sWord)
+{
+    return std::search(sText.begin(), sText.end(), sWord.begin(), sWord.end(),
+                       [](char a, char b) { return (a | ' ') == b; }) != sText.end();
+}
+
 /// Requires that a peer was sent nothing but requests of the program, with no line that others chose.
 void judgeRequests(int iPeer, std::string_view sInput)
 {
@@ -162,6 +169,9 @@ void fuzz(std::string_view sInput)
         std::string sGot;
         require(readFile(s_sTo, sGot) && (bOk || sGot == "old"),
                 "a failure leaves the destination as it was");
+        require(!bOk || sInput.find(sGot) != sInput.npos || mentions(sInput, "chunked") ||
+                    mentions(sInput, "file"),
+                "a file is a piece of one answer");
         require(access((s_sTo + ".tmp").c_str(), F_OK) != 0, "no temporary file stays");
         if (bOk) {
             writeFile("to", "old");

@@ -4,6 +4,8 @@
 
 #include "target.h"
 
+#include <sstream>
+
 void fuzz(std::string_view sInput)
 {
     ProxyConfig proxy = {"before", 1, false, "user", "password", "", "", ""};
@@ -12,10 +14,10 @@ void fuzz(std::string_view sInput)
     const std::string sLog = takeLog();
     judgeLog(sLog);
     require(bRead || !sLog.empty(), "a failure is told");
-    // What a server or a port holds is told.
-    constexpr std::string_view k_sSecret = "S3cret";
-    require(proxy.password.find(k_sSecret) == std::string::npos ||
-                sInput.find(k_sSecret) != sInput.rfind(k_sSecret) ||
-                sLog.find(k_sSecret) == std::string::npos,
-            "the password is not logged");
+    // The password of the example. What stands in place of a port may be told, a document not.
+    std::istringstream lines(sLog);
+    for (std::string sLine; std::getline(lines, sLine);) {
+        require(!sLine.starts_with("libxml2: ") || sLine.find("secret") == sLine.npos,
+                "a syntax error quotes nothing");
+    }
 }

@@ -27,7 +27,7 @@ METADATA = ["http://linux.duke.edu/metadata/common", "http://linux.duke.edu/meta
 SETTINGS = ["repository", " id=\"", " enabled=\"false\"", "location", " href=\"", "log", " level=\"", "logger",
             " type=\"syslog\"", "facility", "product", "packages", "release", "addons", "group", "package", "name",
             "user-agent", "base", "prodname", "tls", " trust=\"system\"", " trust=\"/\"", "kelo42"]
-PROXY = ["<proxy server=\"", " port=\"", " bypassLocalNetwork=\"off\"", " username=\"", " password=\"S3cret\""]
+PROXY = ["<proxy server=\"", " port=\"", " bypassLocalNetwork=\"off\"", " username=\"", " password=\"secret\"", "65534", "65535"]
 HTTP = ["HTTP/1.1 ", "200 OK", "301 M", "302 F", "401 U", "407 P", "100 C", "204 N", "Location: ", "Content-Length: ",
         "Transfer-Encoding: chunked", "Connection: close", "WWW-Authenticate: ", "Proxy-Authenticate: ", "Digest ",
         "Basic ", "realm=\"", "nonce=\"", "qop=\"auth\"", "algorithm=MD5", "stale=true", "Authentication-Info: ",
@@ -62,7 +62,7 @@ ANSWERS = ([_GOOD], [_answer("200 OK", "Transfer-Encoding: chunked", body="4\r\n
            [_answer("401 U", f"WWW-Authenticate: {_DIGEST}", "Content-Length: 0") + _GOOD],
            [_answer("407 P", f"Proxy-Authenticate: {_DIGEST}", "Content-Length: 0") +
             _answer("200 OK", 'Proxy-Authentication-Info: nextnonce="m"', "Content-Length: 1", body="b")],
-           [_answer("404 N"), _GOOD], ["", _answer("500 E"), _GOOD], [_answer("100 C") + _GOOD])
+           [_answer("200 OK", "Content-Length: 9", body="cut"), _GOOD], ["", _answer("500 E"), _GOOD], [_answer("100 C") + _GOOD])
 
 
 def _published() -> Iterator[tuple[str, bytes]]:
@@ -96,7 +96,9 @@ def _written() -> Iterator[tuple[str, bytes]]:
     examples = PROJECT / "dist" / "examples"
     for name in ("updater.conf", "defaults.conf"):
         yield from _hostile("configuration", (examples / name).read_bytes())
-    yield from _hostile("proxyfile", (examples / "orvproxy.conf").read_bytes())
+    proxy = (examples / "orvproxy.conf").read_bytes()
+    yield from _hostile("proxyfile", proxy)
+    yield "proxyfile", proxy.replace(b"3128", b"65535")
     for package in PACKAGES:
         lines = [f"{sign}{package.name[0]}{package.evr}" for sign in "HJL"]
         yield "versions", "\n".join(lines).encode()
