@@ -21,7 +21,7 @@ from .points import BUILT, WORDS
 from .powercut import Verdict
 
 #: Faults that are built into the program to see whether they are seen, and where.
-FAULTS = {"none": tuple(diskscene.MOUNT), "word-not-forced": ("ext4-noauto_da_alloc",), "packages-not-forced": ("ext4-noauto_da_alloc", "xfs")}
+FAULTS = {"none": tuple(diskscene.MOUNT), "word-not-forced": ("ext4-noauto_da_alloc",), "packages-not-forced": ("ext4-boot",)}
 
 
 class Log:
@@ -78,7 +78,11 @@ def boot(log: Log, words: dict[str, str]) -> list[tuple[str, list[str]]]:
                 if state.name in words:
                     with open(Path(name, "disk"), "w+b") as disk:
                         writelog.put(flushed, state, disk.fileno())
-                    found.append((state.name, powercut.boot(log.kernel, log.system, Path(name, "disk"), words[state.name])))
+                    try:
+                        faults = powercut.boot(log.kernel, log.system, Path(name, "disk"), words[state.name])
+                    except (OSError, EOFError) as error:
+                        faults = [f"hangs: {error}"]
+                    found.append((state.name, faults))
     return found
 
 
@@ -93,11 +97,12 @@ def prove(program: Path, fault: str, system: str, options: argparse.Namespace) -
         print(f"{len(log.entries)} writes and flushes after {time.monotonic() - start:.0f} seconds", flush=True)
         shares = [(first + every * worker, every * workers) for worker in range(workers)]
         verdicts = [verdict for part in pool.map(lambda share: judge(log, share), shares) for verdict in part]
+        violated = [f"{verdict.state} ({verdict.word}): " + "; ".join(verdict.faults) for verdict in verdicts if verdict.faults]
+        print("\n".join([*violated, f"{len(violated)} of {len(verdicts)} violated after {time.monotonic() - start:.0f} seconds"]), flush=True)
         words = list(chosen(verdicts, options.boots if fault == "none" else 0, options.seed).items())
         boots = [end for part in pool.map(lambda worker: boot(log, dict(words[worker::workers])), range(workers)) for end in part]
-    violated = [f"{verdict.state} ({verdict.word}): " + "; ".join(verdict.faults) for verdict in verdicts if verdict.faults]
     failed = [f"started from {state}: " + "; ".join(faults) for state, faults in boots if faults]
-    for line in [*violated, *failed]:
+    for line in failed:
         print(line)
     return {"file system": system, "fault": fault, "share": options.share, "seed": options.seed,
             "writes": sum(bool(entry.data) for entry in log.entries), "flushes": sum(entry.flush for entry in log.entries),

@@ -1,6 +1,7 @@
 """The power is cut at every write of the disk: an update in a machine, on a disk whose writes are logged."""
 
 import shutil
+import struct
 import subprocess
 import tempfile
 from pathlib import Path
@@ -16,9 +17,11 @@ SIZE = 300 << 20
 MODULES = ("virtio_pci", "virtio_blk", "virtio_rng", "xfs")
 PATIENCE = 1200  # seconds for whatever a machine does: others may be at work
 #: File systems: how they are made and mounted.
-MAKE = {"ext4": ["mke2fs", "-q", "-F", "-t", "ext4", "-b", "4096", "-E", "lazy_itable_init=0,lazy_journal_init=0"],
+MAKE = {"ext4": ["mke2fs", "-q", "-F", "-t", "ext4", "-b", "4096", "-E", "lazy_itable_init=0,lazy_journal_init=0,offset={offset}"],
         "xfs": ["mkfs.xfs", "-q", "-f"]}
-MOUNT = {"ext4": "-t ext4", "ext4-noauto_da_alloc": "-t ext4 -o noauto_da_alloc", "xfs": "-t xfs"}
+MOUNT = {"ext4": "-t ext4", "ext4-noauto_da_alloc": "-t ext4 -o noauto_da_alloc", "xfs": "-t xfs", "ext4-boot": "-t ext4"}
+#: The one with a second file system, for /boot. Both are partitions: begin and size.
+TWO, PARTITIONS = "ext4-boot", ((1 << 20, 240 << 20), (241 << 20, 59 << 20))
 #: All that is not on the disk of /var and /opt lies in memory. Commands of the host come by the second port.
 INIT = """#!/bin/busybox sh
 export PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C
@@ -29,8 +32,8 @@ mount -t proc proc /proc
 mount -t sysfs sys /sys
 exec sh /host-shell </dev/ttyS1 >/dev/ttyS1 2>&1
 """
-DIRECTORIES = ("disk", "opt", "proc", "root", "run/lock", "sys", "tmp", "var", "usr/bin", "usr/sbin")
-ON_DISK = ("opt", "var/cache/updater", "var/lib/rpm", "var/lib/updater", "var/log/updater", "var/tmp")
+DIRECTORIES = ("boot", "disk", "opt", "proc", "root", "run/lock", "sys", "tmp", "var", "usr/bin", "usr/sbin")
+ON_DISK = ("boot", "opt", "var/cache/updater", "var/lib/rpm", "var/lib/updater", "var/log/updater", "var/tmp")
 CONFIGURATION = """<updater>
   <log level="info"><logger type="stderr"/></log>
   <product><name>Machine</name><packages>
@@ -40,9 +43,9 @@ CONFIGURATION = """<updater>
   <repository id="base"><name>Packages</name><location href="file:///srv/repo"/></repository>
 </updater>
 """
-#: What a script makes of the files of "app". rpm itself forces to disk what it has put in place, but not what
-#: is written behind that.
-INDEX = "/opt/app/index-"
+#: What a script of "app" writes, perhaps to where no package has files. At its end rpm 4.18 itself forces those file
+#: systems to disk where packages have any, and its database.
+INDEX = "/boot/index-"
 #: Longer than journals wait; not in the runs behind a cut.
 SLEEP = "[ -e /run/quick ] || sleep 7\n"
 FILES = {
@@ -133,22 +136,47 @@ def start(kernel: tuple[Path, Path], drives: list[str]) -> Machine:
     return Machine(kernel, [*drives, "-smp", "1"], lambda _: None)
 
 
+def mounting(system: str) -> str:
+    """The command that makes /disk what lies on the first disk."""
+    if system == TWO:
+        return f"blockdev --rereadpt /dev/vda && mount {MOUNT[system]} /dev/vda1 /disk && mkdir -p /disk/boot && mount {MOUNT[system]} /dev/vda2 /disk/boot"
+    return f"mount {MOUNT[system]} /dev/vda /disk"
+
+
+def unmounting(system: str) -> str:
+    return "umount /disk/boot && umount /disk" if system == TWO else "umount /disk"
+
+
 def mount(machine: Machine, system: str) -> None:
     """Puts the first disk where the program looks for it."""
-    _run(machine, f"mount {MOUNT[system]} /dev/vda /disk && mkdir -p {' '.join('/disk/' + name for name in ON_DISK)} && "
-         "for part in var opt; do mount --bind /disk/$part /$part; done; ln -sfn /run /var/run; ln -sfn /run/lock /var/lock")
+    _run(machine, f"{mounting(system)} && mkdir -p {' '.join('/disk/' + name for name in ON_DISK)} && "
+         "for part in boot opt var; do mount --bind /disk/$part /$part; done; ln -sfn /run /var/run; ln -sfn /run/lock /var/lock")
+
+
+def _unmount(machine: Machine, system: str) -> None:
+    _run(machine, f"umount /boot /opt /var && {unmounting(system)} && sync")
+
+
+def _format(system: str, disk: Path) -> None:
+    kind, whole = system.partition("-")[0], [(0, SIZE)]
+    with open(disk, "wb") as file:
+        file.truncate(SIZE)
+        if system == TWO:  # a table of partitions
+            entries = b"".join(struct.pack("<4x B 3x II", 0x83, begin >> 9, size >> 9) for begin, size in PARTITIONS)
+            file.write(bytes(446) + entries.ljust(64, b"\0") + b"\x55\xaa")
+    for begin, size in PARTITIONS if system == TWO else whole:
+        command = [word.format(offset=begin) for word in MAKE[kind]]
+        subprocess.run([*command, disk, *([f"{size >> 10}k"] if kind == "ext4" else [])], check=True, stderr=subprocess.DEVNULL)
 
 
 def make(kernel: tuple[Path, Path], system: str, disk: Path) -> None:
     """A disk with the old packages on it."""
-    with open(disk, "wb") as file:
-        file.truncate(SIZE)
-    subprocess.run([*MAKE[system.partition("-")[0]], disk], check=True)
+    _format(system, disk)
     with start(kernel, drive(disk)) as machine:
         machine.wait_up(PATIENCE)
         mount(machine, system)
         _run(machine, "/usr/bin/rpm --import /srv/old/key && touch /run/quick && /usr/bin/rpm -i /srv/old/*.rpm")
-        _run(machine, "umount /var /opt /disk")
+        _unmount(machine, system)
     subprocess.run(["fallocate", "--dig-holes", disk], check=True)
 
 
@@ -166,7 +194,7 @@ def update(kernel: tuple[Path, Path], system: str, disk: Path, log: Path) -> Non
         machine.wait_up(PATIENCE)
         mount(machine, system)
         told = _run(machine, "updater --max-wait-time=-1 && sleep 7")
-        _run(machine, "umount /var /opt /disk && sync")
+        _unmount(machine, system)
     if told.count("packages installed OK") != 2:
         raise RuntimeError(f"this is no update in two passes: {told}")
 

@@ -21,9 +21,9 @@ SETS = {"REBOOTING": (diskscene.BEHIND,), "PKGSDONE": (diskscene.BETWEEN, disksc
 ANY = (diskscene.BEFORE, diskscene.BETWEEN, diskscene.BEHIND)
 #: The disks of the machine: the state, and what it gives to the host to judge.
 DISK, READ = "disk", "read"
-GIVE = """mount {mount} /dev/vda /disk && cd /disk && \
-(grep -qxE 'UPDATING|CORRUPTED' var/lib/updater/status || echo opt var/lib/rpm) 2>/dev/null | \
-xargs tar -cf /dev/vdb var/lib/updater && cd / && umount /disk""".replace("\\\n", "")
+GIVE = """{mount} && cd /disk && \
+(grep -qxE 'UPDATING|CORRUPTED' var/lib/updater/status || echo boot opt var/lib/rpm) 2>/dev/null | \
+xargs tar -cf /dev/vdb var/lib/updater && cd / && {unmount}""".replace("\\\n", "")
 #: A start of the device, and a run: its exit code and the word that it leaves.
 NEXT = "touch /run/quick; clear-rebooting >/dev/null; updater --max-wait-time=-1 2>/run/told; echo $?; cat /var/lib/updater/status"
 QUERY = "/usr/bin/rpm -qa --qf '%{NAME}-%{VERSION}-%{RELEASE}\\n' | grep -v ^gpg-pubkey"
@@ -49,9 +49,10 @@ class Judge:
         """`flushed` is the disk without what the state adds."""
         with open(self._work / DISK, "r+b") as file:
             writelog.put(flushed, state, file.fileno())
-        code, told = self._machine.run(GIVE.format(mount=diskscene.MOUNT[self._system]), diskscene.PATIENCE)
+        unmount = diskscene.unmounting(self._system)
+        code, told = self._machine.run(GIVE.format(mount=diskscene.mounting(self._system), unmount=unmount), diskscene.PATIENCE)
         if code != 0:
-            self._machine.run("cd /; umount /disk")
+            self._machine.run("cd /; umount /disk/boot; umount /disk")
             return Verdict(state.name, "?", (f"the disk cannot be read: {told}",))
         with tarfile.open(self._work / READ) as files:
             found = {file.name: _content(files, file) for file in files if not file.isdir()}
