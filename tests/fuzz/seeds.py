@@ -27,7 +27,8 @@ METADATA = ["http://linux.duke.edu/metadata/common", "http://linux.duke.edu/meta
 SETTINGS = ["repository", " id=\"", " enabled=\"false\"", "location", " href=\"", "log", " level=\"", "logger",
             " type=\"syslog\"", "facility", "product", "packages", "release", "addons", "group", "package", "name",
             "user-agent", "base", "prodname", "tls", " trust=\"system\"", " trust=\"/\"", "kelo42"]
-PROXY = ["<proxy server=\"", " port=\"", " bypassLocalNetwork=\"off\"", " username=\"", " password=\"secret\"", "65534", "65535"]
+PROXY = ["<proxy server=\"", " port=\"", " bypassLocalNetwork=\"off\"", " username=\"", " password=\"secret\"", "65534",
+         "65535"]
 HTTP = ["HTTP/1.1 ", "200 OK", "301 M", "302 F", "401 U", "407 P", "100 C", "204 N", "Location: ", "Content-Length: ",
         "Transfer-Encoding: chunked", "Connection: close", "WWW-Authenticate: ", "Proxy-Authenticate: ", "Digest ",
         "Basic ", "realm=\"", "nonce=\"", "qop=\"auth\"", "algorithm=MD5", "stale=true", "Authentication-Info: ",
@@ -62,7 +63,8 @@ ANSWERS = ([_GOOD], [_answer("200 OK", "Transfer-Encoding: chunked", body="4\r\n
            [_answer("401 U", f"WWW-Authenticate: {_DIGEST}", "Content-Length: 0") + _GOOD],
            [_answer("407 P", f"Proxy-Authenticate: {_DIGEST}", "Content-Length: 0") +
             _answer("200 OK", 'Proxy-Authentication-Info: nextnonce="m"', "Content-Length: 1", body="b")],
-           [_answer("200 OK", "Content-Length: 9", body="cut"), _GOOD], ["", _answer("500 E"), _GOOD], [_answer("100 C") + _GOOD])
+           [_answer("200 OK", "Content-Length: 9", body="cut"), _GOOD], ["", _answer("500 E"), _GOOD],
+           [_answer("100 C") + _GOOD])
 
 
 def _published() -> Iterator[tuple[str, bytes]]:
