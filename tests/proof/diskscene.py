@@ -132,7 +132,7 @@ def _run(machine: Machine, command: str) -> str:
 
 
 def start(kernel: tuple[Path, Path], drives: list[str]) -> Machine:
-    """A machine, which has one processor only: with a second one qemu's start can hang where the host is busy."""
+    """A machine with one processor, as several are at work."""
     return Machine(kernel, [*drives, "-smp", "1"], lambda _: None)
 
 
