@@ -120,9 +120,10 @@ void judgeRequests(int iPeer, std::string_view sInput)
         const std::size_t uEnd = sSent.find("\r\n");
         require(uEnd != std::string::npos, "requests consist of lines");
         const std::string_view sLine = std::string_view(sSent).substr(0, uEnd);
-        require(std::all_of(sLine.begin(), sLine.end(),
-                            [](char c) { return c < 0 || c >= ' ' || c == '\t'; }),
-                "no line holds a control character");
+        require(
+            std::all_of(sLine.begin(), sLine.end(),
+                        [](char c) { return static_cast<unsigned char>(c) >= ' ' || c == '\t'; }),
+            "no line holds a control character");
         static constexpr std::array<std::string_view, 12> k_vBegins = {"GET ",
                                                                        "CONNECT ",
                                                                        "User-Agent: base/",
