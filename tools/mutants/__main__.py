@@ -189,6 +189,7 @@ def main() -> int:
     TREE.mkdir(parents=True, exist_ok=True)
     lock = open(WORK / "lock", "w", encoding="ascii")  # noqa: SIM115  held to the end
     fcntl.flock(lock, fcntl.LOCK_EX)
+    (WORK / "log").write_text("")
     file = WORK / "results.json"
     before = json.loads(file.read_text()) if file.exists() else {}
     results = {mutant.name: before[mutant.name] for mutant in table  # of the same fault
