@@ -1,4 +1,4 @@
-add_compile_options(-Wall -Wextra -Wconversion -Wshadow)
+add_compile_options(-Wall -Wextra -Wconversion -Wformat=2 -Wshadow)
 if(UPDATER_WERROR)
   add_compile_options(-Werror)
 endif()

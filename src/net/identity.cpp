@@ -38,11 +38,12 @@ static_assert(k_sAlphabet.size() == 64);
 
 /// The third word of a line, behind the key and the colon. Empty if there is none.
 ///
-/// @param pFormat  for sscanf(3), with the most characters that count, below 64.
-std::string thirdWord(const char* pLine, const char* pFormat)
+/// @param uMost  the most characters that count, below 64.
+std::string thirdWord(const char* pLine, std::size_t uMost)
 {
     std::array<char, 64> vWord = {};
-    return std::sscanf(pLine, pFormat, vWord.data()) == 1 ? vWord.data() : "";
+    const int iRead = std::sscanf(pLine, "%*s %*s %63s", vWord.data());
+    return iRead == 1 ? std::string(vWord.data()).substr(0, uMost) : "";
 }
 
 Board boardFromName(const std::string& sName)
@@ -61,21 +62,21 @@ void readCpuInfoLine(const char* pLine, const char* pPath, CpuInfo& info)
 {
     const std::string_view sLine = pLine;
     if (sLine.starts_with("Serial")) {
-        const std::string sWord = thirdWord(pLine, "%*s %*s %63s");
+        const std::string sWord = thirdWord(pLine, 63);
         if (sWord.empty()) {
             logMessage(DEBUG, "malformed Serial line in '%s'", pPath);
         } else {
             info.serial = sWord;
         }
     } else if (sLine.starts_with("Revision")) {
-        const std::string sWord = thirdWord(pLine, "%*s %*s %8s");
+        const std::string sWord = thirdWord(pLine, 8);
         if (sWord.empty()) {
             logMessage(DEBUG, "malformed Revision line in '%s'", pPath);
         } else {
             info.revision = sWord;
         }
     } else if (sLine.starts_with("Hardware")) {
-        const std::string sWord = thirdWord(pLine, "%*s %*s %15s");
+        const std::string sWord = thirdWord(pLine, 15);
         if (sWord.empty()) {
             logMessage(DEBUG, "malformed Hardware line in '%s'", pPath);
         } else {
