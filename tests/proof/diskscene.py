@@ -12,6 +12,7 @@ from device.device import Package
 from device.root import FILES as DEVICE_FILES
 from machine import image
 from machine.machine import Machine, drive
+from machine.scene import CONFIGURATION
 
 SIZE = 300 << 20
 MODULES = ("virtio_pci", "virtio_blk", "virtio_rng", "xfs")
@@ -34,15 +35,6 @@ exec sh /host-shell </dev/ttyS1 >/dev/ttyS1 2>&1
 """
 DIRECTORIES = ("boot", "disk", "opt", "proc", "root", "run/lock", "sys", "tmp", "var", "usr/bin", "usr/sbin")
 ON_DISK = ("boot", "opt", "var/cache/updater", "var/lib/rpm", "var/lib/updater", "var/log/updater", "var/tmp")
-CONFIGURATION = """<updater>
-  <log level="info"><logger type="stderr"/></log>
-  <product><name>Machine</name><packages>
-    <release><package><name>firmware</name></package></release>
-    <addons><package><name>maps</name></package></addons>
-  </packages></product>
-  <repository id="base"><name>Packages</name><location href="file:///srv/repo"/></repository>
-</updater>
-"""
 #: What a script of "app" writes, perhaps to where no package has files. At its end rpm 4.18 itself forces those file
 #: systems to disk where packages have any, and its database.
 INDEX = "/boot/index-"
@@ -51,7 +43,7 @@ SLEEP = "[ -e /run/quick ] || sleep 7\n"
 FILES = {
     "/etc/passwd": "root:x:0:0:root:/root:/bin/sh\n", "/etc/group": "root:x:0:\n",
     "/etc/rpm/macros": DEVICE_FILES["/etc/rpm/macros"], "/etc/popt": DEVICE_FILES["/etc/popt"],
-    "/etc/updater.conf": CONFIGURATION,
+    "/etc/updater.conf": CONFIGURATION.format(uri="file:///srv/repo"),
     "/usr/share/resources/default/updater/defaults.conf": "<updater/>\n",
     "/usr/lib/updater/hook": "#!/bin/sh\n" + SLEEP,
     "/usr/sbin/telinit": "#!/bin/sh\n" + SLEEP,

@@ -12,14 +12,9 @@ from pathlib import Path
 
 from device import webserver
 from device.cache import PROJECT
-from device.device import Device, Package
+from device.device import Device
+from system.scenes import HALF_STATE, NEW, NEW_STATE, OLD_STATE, set_up
 
-OLD = (Package("app", "1-1"), Package("lib", "1-1", provides=("lib = 1-1",)), Package("firmware", "1-1"))
-NEW = (Package("app", "2-1", requires=("lib >= 2",)), Package("lib", "2-1", provides=("lib = 2-1",)),
-       Package("firmware", "2-1"), Package("extra", "5-1"))
-OLD_STATE = ["app-1-1", "base-system-1-1", "firmware-1-1", "lib-1-1"]
-HALF_STATE = ["app-2-1", "base-system-1-1", "firmware-1-1", "lib-2-1"]
-NEW_STATE = ["app-2-1", "base-system-1-1", "extra-5-1", "firmware-2-1", "lib-2-1"]
 WORDS = ("READY", "DELAYING", "ANALYZING", "DOWNLOADING", "TESTING", "UPDATING", "PKGSDONE", "CORRUPTED", "REBOOTING")
 BUILT = PROJECT / "build" / "proof"
 TOOLS = {"callstop.cpp": ["g++", "-std=c++20", "-O1", "-Wall", "-Wextra"],
@@ -104,12 +99,10 @@ class Bed:
         """A fresh device with old packages; firmware and add-on wait for the second pass."""
         with Device(self.program) as device:
             device.import_key()
-            device.install(*OLD)
-            device.publish(*NEW)
+            set_up(device)
             if self._server:
                 device.join(self._server)
-            device.configure("http://localhost:8080/repo/" if self.scene.http else "file:///srv/repo",
-                             release="firmware", addons=["extra"])
+                device.configure("http://localhost:8080/repo/", release="firmware", addons=["extra"])
             for name in TOOLS:
                 shutil.copy(BUILT / name.partition(".")[0], device.path("/device"))
             device.besides("rpm", "cat /var/lib/updater/status >>/device/words")

@@ -57,7 +57,6 @@ def test_the_guide_has_every_line_of_the_log_and_no_other():
     assert told - lines == set(), "no longer written"
 
 
-
 def test_the_guide_has_every_status_word():
     source = (PROJECT / "src/control/status.cpp").read_text(encoding="utf-8")
     words = re.findall(r'"([A-Z]+)"', source[source.index("k_vWords"):source.index("};")])

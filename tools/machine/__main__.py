@@ -15,7 +15,7 @@ def _shell(package: Path) -> int:
     with tempfile.TemporaryDirectory(prefix="machine-") as work:
         made = scene.Scene(package, Path(work), print)
         with scene.served(made.repository) as port:
-            image.put(made.disk, "/etc/updater.conf", scene.CONFIGURATION.format(port=port))
+            image.put(made.disk, "/etc/updater.conf", scene.CONFIGURATION.format(uri=f"http://10.0.2.2:{port}/"))
             print("The shell comes when the machine is up. \"systemctl start updater\" updates it, \"exit\" powers it off,\n"
                   "ctrl-a x takes the power away.\n", flush=True)
             return subprocess.call(machine.command(made.kernel, machine.drive(made.disk), "mon:stdio", "null",

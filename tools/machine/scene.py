@@ -25,7 +25,7 @@ CONFIGURATION = """<updater>
     <release><package><name>firmware</name></package></release>
     <addons><package><name>maps</name></package></addons>
   </packages></product>
-  <repository id="base"><name>Packages</name><location href="http://10.0.2.2:{port}/"/></repository>
+  <repository id="base"><name>Packages</name><location href="{uri}"/></repository>
 </updater>
 """
 
@@ -149,7 +149,7 @@ def play(package: Path, show: Callable[[str], object]) -> list[str]:
     with tempfile.TemporaryDirectory(prefix="machine-") as work:
         scene = Scene(package, Path(work), show)
         with served(scene.repository) as port:
-            image.put(scene.disk, "/etc/updater.conf", CONFIGURATION.format(port=port))
+            image.put(scene.disk, "/etc/updater.conf", CONFIGURATION.format(uri=f"http://10.0.2.2:{port}/"))
             with scene.start() as machine:
                 _update(scene, machine)
                 _shutdown(scene, machine)
