@@ -1,7 +1,8 @@
 // callstop DOING NUMBER CALL OF NOTES PROGRAM [ARGUMENT...]: runs PROGRAM and does something at one of the
-// system calls that it makes. Calls are counted from 1 over all threads of it and over all that it
-// forks, up to their exec: rpm, hooks and shells are let go there. With OF, a kernel's number of a call,
-// only those are counted; with -1 all.
+// system calls that it makes. Calls are counted from 1, from its entry point on (what the loader does in
+// front of it is not the program's), over all threads of it and over all that it forks, up to their exec:
+// rpm, hooks and shells are let go there. With OF, a kernel's number of a call, only those are counted;
+// with -1 all.
 //
 //   list 0 0       nothing; NOTES gets the kernel's number of each call, a line each
 //   before S CALL  sends signal S to the process that is about to make this call
@@ -12,6 +13,7 @@
 // NOTES gets the kernel's number of that call, nothing if it was never reached. Ends as PROGRAM does,
 // with 128 + n if signal n ended it, with 121 if this cannot trace.
 
+#include <elf.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
 #include <sys/user.h>
@@ -22,6 +24,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <map>
+#include <string>
 #include <string_view>
 
 #ifndef __x86_64__
@@ -54,6 +57,8 @@ public:
 
 private:
     void stopped(pid_t iThread, int iStatus);
+    void stopAtEntry();
+    void start();
     void entered(pid_t iThread);
     void left(pid_t iThread, Place place);
     void signalProcessOf(pid_t iThread) const;
@@ -61,7 +66,9 @@ private:
     Order m_order;
     std::FILE* m_pNotes;
     pid_t m_iProgram = 0;
-    bool m_bStarted = false;  // the program's own exec is behind us
+    unsigned long m_ulEntry = 0;  // the program's first instruction, once it is loaded
+    long m_lFirstWord = 0;        // what stands there
+    bool m_bStarted = false;      // it has got there
     long m_lCalls = 0;
     std::map<pid_t, Place> m_threads;
 };
@@ -113,12 +120,44 @@ void Tracer::stopped(pid_t iThread, int iStatus)
             ptrace(PTRACE_DETACH, iThread, nullptr, nullptr);
             return;
         }
-        m_bStarted = true;
+        stopAtEntry();
+    } else if (iSignal == SIGTRAP && iEvent == 0 && !m_bStarted) {
+        start();
     } else if (iEvent == 0 && !(bNew && iSignal == SIGSTOP)) {
         lPassOn = iSignal;  // its own; the first stop of what was forked is not
     }
     ptrace(PTRACE_SYSCALL, iThread, nullptr,
            lPassOn);  // fails if it was killed meanwhile: waitpid() tells
+}
+
+// Puts a breakpoint there.
+void Tracer::stopAtEntry()
+{
+    const std::string strPath = "/proc/" + std::to_string(m_iProgram) + "/auxv";
+    std::FILE* pFile = std::fopen(strPath.c_str(), "re");
+    Elf64_auxv_t value{};
+    while (pFile != nullptr && std::fread(&value, sizeof value, 1, pFile) == 1) {
+        if (value.a_type == AT_ENTRY) {
+            m_ulEntry = value.a_un.a_val;
+        }
+    }
+    if (m_ulEntry == 0) {
+        fail("the entry point");
+    }
+    std::fclose(pFile);
+    m_lFirstWord = ptrace(PTRACE_PEEKTEXT, m_iProgram, m_ulEntry, nullptr);
+    ptrace(PTRACE_POKETEXT, m_iProgram, m_ulEntry, (m_lFirstWord & ~0xffL) | 0xcc);  // int3
+}
+
+// The program stands behind the breakpoint: undoes it, and counting begins.
+void Tracer::start()
+{
+    user_regs_struct registers{};
+    ptrace(PTRACE_POKETEXT, m_iProgram, m_ulEntry, m_lFirstWord);
+    ptrace(PTRACE_GETREGS, m_iProgram, nullptr, &registers);
+    registers.rip = m_ulEntry;
+    ptrace(PTRACE_SETREGS, m_iProgram, nullptr, &registers);
+    m_bStarted = true;
 }
 
 void Tracer::entered(pid_t iThread)

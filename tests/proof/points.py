@@ -213,5 +213,5 @@ def _told(point: Point, code: int, log: str, complete: bool) -> list[str]:
             return []
         if code >= 128:
             return [f"ended by signal {code - 128}"]
-        return [] if told or (code == 127 and log) else ["nothing tells of the failure"]  # 127: the loader
+        return [] if told else ["nothing tells of the failure"]
     return [] if code in (1, 2, 128 + point.number) else [f"ended with {code}"]
