@@ -63,7 +63,7 @@ bool isRpmConfigured()
 
 }  // namespace
 
-bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameSet& packageNames)
+bool Libraries::start(int argc, char* argv[], poptOption* pOptions, NameSet& arguments)
 {
     std::set_new_handler(outOfMemory);
     xmlCheckVersion(LIBXML_VERSION);
@@ -82,14 +82,13 @@ bool Libraries::start(int argc, char* argv[], CommandLineOptions& options, NameS
     } else {
         logMessage(WARNING, "failed opening /dev/null output");
     }
-    m_vOptions = optionTable(options);
-    m_pContext = rpmcliInit(argc, argv, m_vOptions.data());
+    m_pContext = rpmcliInit(argc, argv, pOptions);
     if (m_pContext == nullptr || !isRpmConfigured()) {
         logMessage(ERROR, "failed initializing (rpm)");
         return false;
     }
     while (const char* pArgument = poptGetArg(m_pContext)) {
-        packageNames.insert(pArgument);
+        arguments.insert(pArgument);
     }
     return true;
 }

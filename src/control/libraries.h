@@ -1,7 +1,5 @@
 #pragma once
 
-#include "config/config.h"
-#include "control/options.h"
 #include "packages/dependency.h"
 
 #include <popt.h>
@@ -20,18 +18,16 @@ public:
     /// Out of memory from here on means an end with exit code 2. A bad option ends the process with
     /// exit code 1, inside the library.
     ///
-    /// @param options       receives the options; its texts are the caller's, see freeTexts().
-    /// @param packageNames  receives the arguments behind the options.
+    /// @param pOptions   the table of options, which must outlive the object.
+    /// @param arguments  receives the arguments behind the options.
     /// @return              false on a failure (logged).
-    [[nodiscard]] bool start(int argc, char* argv[], CommandLineOptions& options,
-                             NameSet& packageNames);
+    [[nodiscard]] bool start(int argc, char* argv[], poptOption* pOptions, NameSet& arguments);
 
     /// Shuts down what was started, once. No rpm database and no metadata can be read after it.
     void stop();
 
 private:
     bool m_bNeonStarted = false;
-    OptionTable m_vOptions = {};  ///< the context points at it
     poptContext m_pContext = nullptr;
     std::FILE* m_pNull = nullptr;  ///< /dev/null, for what rpm prints itself
 };

@@ -41,6 +41,7 @@ struct Process {
 
     Config config;
     CommandLineOptions options;
+    OptionTable optionTable = ::optionTable(options);
     NameSet packageNames;
     Libraries libraries;
 };
@@ -75,7 +76,7 @@ void leaveTheCallersWays()
     Logger& logger = Logger::instance();
     logger.setName(std::string(sProgram.substr(sProgram.rfind('/') + 1)));
     if (!installSignalHandlers() ||
-        !process.libraries.start(argc, argv, process.options, process.packageNames)) {
+        !process.libraries.start(argc, argv, process.optionTable.data(), process.packageNames)) {
         return false;
     }
     const CommandLineOptions& options = process.options;

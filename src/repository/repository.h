@@ -54,6 +54,9 @@ public:
     /// successful load() or update(), else of no use.
     [[nodiscard]] const PackageSet& packages() const { return m_contents.packages; }
 
+    /// The same with what this machine cannot install.
+    [[nodiscard]] const PrimaryContents& contents() const { return m_contents; }
+
 private:
     [[nodiscard]] bool readIndex();
     [[nodiscard]] const RepoResource* findPrimary() const;  ///< null (logged) if there is none

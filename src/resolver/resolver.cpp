@@ -25,12 +25,6 @@ bool Resolver::init(const Config& config)
     return true;
 }
 
-UpdateSet Resolver::findNewerPackages(const PackageSet& available,
-                                      const SelectionRules& rules) const
-{
-    return selectNewerPackages(*m_installed, available, rules);
-}
-
 bool isLeftToRpm(const Dependency& require)
 {
     return require.name.view().starts_with('/') || require.name.view().starts_with('(');

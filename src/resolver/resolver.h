@@ -3,14 +3,11 @@
 #include "config/config.h"
 #include "packages/packageset.h"
 #include "packages/updateset.h"
-#include "resolver/closure.h"
-#include "resolver/selection.h"
 
 #include <memory>
 
-/// Decides what gets installed: selects the updates, then closes the set under its dependencies. It
-/// holds a snapshot of the installed packages for one pass, and no handle of the rpm database. All
-/// operations decide only; nothing is fetched or installed.
+/// Holds a snapshot of the installed packages for one pass, and no handle of the rpm database; and
+/// judges what a closed update set lacks. Nothing is fetched or installed.
 class Resolver {
 public:
     /// Takes the snapshot. Comes first, and only once.
@@ -18,15 +15,8 @@ public:
     /// @return false if the rpm database cannot be read in full (logged).
     [[nodiscard]] bool init(const Config& config);
 
-    /// selectNewerPackages() on the snapshot; needs init().
-    [[nodiscard]] UpdateSet findNewerPackages(const PackageSet& available,
-                                              const SelectionRules& rules) const;
-
-    /// What closes an update set over the snapshot; needs init().
-    [[nodiscard]] Closure closure(const PackageSet& available, UpdateSet& updateSet) const
-    {
-        return {*m_installed, available, updateSet};
-    }
+    /// The snapshot; needs init().
+    [[nodiscard]] const InstalledPackageSet& installed() const { return *m_installed; }
 
     /// True if every entry is left to rpm, also for none at all.
     [[nodiscard]] static bool onlyFileRequires(const DependencySet& unsatisfied);

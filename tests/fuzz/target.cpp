@@ -1,6 +1,7 @@
 #include "target.h"
 
 #include "control/libraries.h"
+#include "control/options.h"
 #include "support/controls.h"
 #include "support/files.h"
 #include "support/logger.h"
@@ -56,12 +57,14 @@ public:
         stderr = pLog;
         std::array<char*, 2> vArguments = {const_cast<char*>(k_pProgramName), nullptr};
         NameSet names;
-        require(m_libraries.start(1, vArguments.data(), m_options, names), "the libraries start");
+        require(m_libraries.start(1, vArguments.data(), m_table.data(), names),
+                "the libraries start");
         Logger::instance().setThreshold(TRACE);
     }
 
 private:
     CommandLineOptions m_options;
+    OptionTable m_table = optionTable(m_options);
     Libraries m_libraries;
 };
 

@@ -10,7 +10,9 @@
 //   missing D                     expected, one a line: what is unsatisfied in the end
 //   refused D                     expected, one a line: requires that this program does not meet
 
+#include "resolver/closure.h"
 #include "resolver/resolver.h"
+#include "resolver/selection.h"
 #include "testing/packages.h"
 #include "testing/testing.h"
 
