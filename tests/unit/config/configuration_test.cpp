@@ -1,10 +1,6 @@
 #include "config/configuration.h"
 
-#include "testing/testing.h"
-
-#include <gtest/gtest.h>
-
-#include <tuple>
+#include "testing/cases.h"
 
 namespace {
 
@@ -61,32 +57,32 @@ TEST(ParseConfigurationFile, readsElementsWhereverTheyStand)
 
 TEST(ParseConfigurationFile, failsAtTheFirstMalformedElement)
 {
-    TempDir dir;
-    const std::pair<std::string, std::string> vCases[] = {
-        {"<repository id='a'><location/></repository>",
-         "no 'href' attribute in 'location' element"},
-        {"<repository id=''><location href='x'/></repository>",
-         "bad 'id' attribute in 'repository' element"},
-        {"<repository id='../a'/>", "bad 'id' attribute in 'repository' element"},
-        {"<repository id='a'><location href=''/></repository>", "no URI for repository 'a'"},
-        {k_sBase, "more than one repository with same ID"},
-        {"<repository id='a'><name/><location href='x'/></repository>", ""},
-        {"<log><logger/></log>", ""},
-        {"<log><logger type='syslog'/></log>", ""},
-        {"<product><packages><release/></packages></product>", ""},
-        {"<product><packages><addons><group><name/></group></addons></packages></product>", ""},
-        {"<tls/>", "no 'trust' attribute in 'tls' element"},
-        {"<tls trust='ca'/>", "TLS trust 'ca' is neither 'system' nor an absolute path"},
-        {"<tls trust='/'/>", "cannot read TLS certificates '/' (Is a directory)"}};
-    for (const auto& [sBody, sReason] : vCases) {
-        SCOPED_TRACE(sBody);
-        LogCapture log(WARNING);
+    const TempDir dir;
+    const auto parse = [&](const std::string& sBody) {
         Config config;
         const std::string sPath = dir.write("conf", inUpdater(k_sBase + sBody + k_sExtra));
-        EXPECT_FALSE(parseConfigurationFile(config, sPath, false));
+        EXPECT_FALSE(parseConfigurationFile(config, sPath, false)) << sBody;
         EXPECT_EQ(describe(config), "2  base=@b");  // what stood in front of the failure
-        EXPECT_EQ(log.text(), sReason.empty() ? "" : "ERROR: " + sReason + "\n") << sBody;
-    }
+        return "";
+    };
+    const std::string sBadId = "ERROR: bad 'id' attribute in 'repository' element\n";
+    expectEach<std::string>(
+        {{"<repository id='a'><location/></repository>",
+          "ERROR: no 'href' attribute in 'location' element\n"},
+         {"<repository id=''><location href='x'/></repository>", sBadId},
+         {"<repository id='../a'/>", sBadId},
+         {"<repository id='a'><location href=''/></repository>",
+          "ERROR: no URI for repository 'a'\n"},
+         {k_sBase, "ERROR: more than one repository with same ID\n"},
+         {"<repository id='a'><name/><location href='x'/></repository>", ""},
+         {"<log><logger/></log>", ""},
+         {"<log><logger type='syslog'/></log>", ""},
+         {"<product><packages><release/></packages></product>", ""},
+         {"<product><packages><addons><group><name/></group></addons></packages></product>", ""},
+         {"<tls/>", "ERROR: no 'trust' attribute in 'tls' element\n"},
+         {"<tls trust='ca'/>", "ERROR: TLS trust 'ca' is neither 'system' nor an absolute path\n"},
+         {"<tls trust='/'/>", "ERROR: cannot read TLS certificates '/' (Is a directory)\n"}},
+        parse, WARNING);
 }
 
 TEST(LoadConfiguration, laysTheCommandLineOnTop)

@@ -1,8 +1,6 @@
 #include "config/proxyconfig.h"
 
-#include "testing/testing.h"
-
-#include <gtest/gtest.h>
+#include "testing/cases.h"
 
 TEST(ReadProxyConfig, readsElements)
 {
@@ -24,16 +22,14 @@ TEST(ReadProxyConfig, readsElements)
         vCases.emplace_back(sServer + "port='" + sPort + "'/>",
                             "0 :0 /\nERROR: invalid port number '" + sPort + "'\n");
     }
-    TempDir dir;
-    for (const auto& [sBody, sExpected] : vCases) {
-        SCOPED_TRACE(sBody);
-        LogCapture log(WARNING);
+    const TempDir dir;
+    const auto read = [&](const std::string& sBody) {
         ProxyConfig proxy;
         const std::string sPath = dir.write("p", "<proxyconf>" + sBody + "</proxyconf>");
         const std::string sOk = readProxyConfig(sPath, proxy) ? "1 " : "0 ";
-        EXPECT_EQ(sOk + proxy.server + ":" + std::to_string(proxy.port) +
-                      (proxy.bypassLocalNetwork ? " bypass " : " ") + proxy.username + "/" +
-                      proxy.password + "\n" + log.text(),
-                  sExpected);
-    }
+        return sOk + proxy.server + ":" + std::to_string(proxy.port) +
+               (proxy.bypassLocalNetwork ? " bypass " : " ") + proxy.username + "/" +
+               proxy.password + "\n";
+    };
+    expectEach(vCases, read, WARNING);
 }

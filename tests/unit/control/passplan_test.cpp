@@ -1,12 +1,9 @@
 #include "control/passplan.h"
 #include "control/cachelock.h"
-#include "testing/testing.h"
-
-#include <gtest/gtest.h>
+#include "testing/cases.h"
 
 #include <algorithm>
 #include <cstdlib>
-#include <tuple>
 
 namespace {
 
@@ -73,7 +70,7 @@ TEST(Delay, spreadsOverTheWholeWait)
     EXPECT_EQ(randomDelay(2147483647, RAND_MAX), 2147483647);
     unsigned char vBytes[64] = {};
     EXPECT_TRUE(gatherRandomBytes(vBytes, sizeof(vBytes)));
-    EXPECT_NE(std::count(std::begin(vBytes), std::end(vBytes), 0), 64);
+    EXPECT_NE(std::ranges::count(vBytes, 0), 64);
 }
 
 }  // namespace

@@ -1,9 +1,7 @@
 #include "control/signals.h"
 
 #include "control/rpmsignal.h"
-#include "testing/testing.h"
-
-#include <gtest/gtest.h>
+#include "testing/cases.h"
 
 namespace {
 

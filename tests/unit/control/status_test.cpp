@@ -1,8 +1,6 @@
 #include "control/status.h"
-#include "testing/testing.h"
-
-#include <gtest/gtest.h>
 #include <sys/stat.h>
+#include "testing/cases.h"
 
 #include <filesystem>
 

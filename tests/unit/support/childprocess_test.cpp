@@ -1,8 +1,7 @@
 #include "support/childprocess.h"
 
-#include "testing/testing.h"
+#include "testing/cases.h"
 
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <chrono>
@@ -19,40 +18,37 @@ ChildProcess shell(const std::string& sScript)
     return child;
 }
 
+std::string endOf(const std::string& sScript)
+{
+    ChildProcess child = shell(sScript);
+    EXPECT_TRUE(child.run());
+    const char* pEnd = child.exited ? "exited " : child.signalled ? "signalled " : "";
+    return pEnd + std::to_string(child.exitCode) + "\n";
+}
+
 TEST(ChildProcess, runsAndLogsTheOutput)
 {
     signal(SIGPIPE, SIG_IGN);  // as the program does; a child must not inherit it
     ASSERT_NE(std::freopen("/proc/self/status", "r", stdin), nullptr);  // nor this
     const std::string sHead = "exited 0\nINFO: /bin/sh output:\nINFO:   ";
-    const std::pair<std::string, std::string> vCases[] = {
-        {"kill -PIPE $$", "signalled 13\nERROR: child '/bin/sh' terminated by signal 13\n"},
-        {"printf '\\n\\nz'; exit 3", "exited 3\n"},
-        {"printf 'ab\\n\\nx%%sy\\na\\n'", sHead + "ab\nINFO:   x%sy\nINFO:   a\n\n"},
-        {"cat; echo $0", sHead + "/sh\n"}};  // no standard input
-    for (const auto& [sScript, sExpected] : vCases) {
-        SCOPED_TRACE(sScript);
-        LogCapture log(INFO);
-        ChildProcess child = shell(sScript);
-        EXPECT_TRUE(child.run());
-        const char* pEnd = child.exited ? "exited " : child.signalled ? "signalled " : "";
-        EXPECT_EQ(pEnd + std::to_string(child.exitCode) + "\n" + log.text(), sExpected);
-    }
+    expectEach<const char*>(
+        {{"kill -PIPE $$", "signalled 13\nERROR: child '/bin/sh' terminated by signal 13\n"},
+         {"printf '\\n\\nz'; exit 3", "exited 3\n"},
+         {"printf 'ab\\n\\nx%%sy\\na\\n'", sHead + "ab\nINFO:   x%sy\nINFO:   a\n\n"},
+         {"cat; echo $0", sHead + "/sh\n"}},  // no standard input
+        endOf, INFO);
 }
 
 TEST(ChildProcess, waitsTenSecondsForWhatTheProgramLeavesOnItsOutput)
 {
     const LogCapture log(INFO);
     const auto start = std::chrono::steady_clock::now();
-    ChildProcess child = shell("(while sleep 1; do echo; done) & printf first; exit 3");
-    EXPECT_TRUE(child.run());
+    EXPECT_EQ(endOf("(while sleep 1; do echo; done) & printf first; exit 3"), "exited 3\n");
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
-    EXPECT_EQ(child.exitCode, 3);
-    EXPECT_EQ(log.text().find("INFO: /bin/sh output:\nINFO:   first"), 0U);
-    EXPECT_NE(log.text().find(
-                  "\nWARNING: something that '/bin/sh' has started still holds its output open\n"),
-              std::string::npos);
-    EXPECT_GE(seconds.count(), 9.9);
-    EXPECT_LT(seconds.count(), 15);
+    EXPECT_THAT(log.text(), testing::StartsWith("INFO: /bin/sh output:\nINFO:   first"));
+    EXPECT_THAT(log.text(), testing::HasSubstr("\nWARNING: something that '/bin/sh' has started "
+                                               "still holds its output open\n"));
+    EXPECT_TRUE(seconds.count() >= 9.9 && seconds.count() < 15) << seconds.count();
 }
 
 TEST(ChildProcess, spawnsADetachedSession)
