@@ -7,11 +7,11 @@ from conftest import PROJECT
 from device.device import Device
 
 
-def tried(document: str) -> dict[str, str]:
-    """The console blocks of a document that stand behind a line <!-- tried: NAME -->."""
+def blocks(document: str) -> dict[str, str]:
+    """The commands of a document, by the heading or the line <!-- tried: NAME --> that they are the first ones behind."""
     text = (PROJECT / document).read_text(encoding="utf-8")
-    found = re.findall(r"^<!-- tried: ([^\n]+) -->\n```console\n(.*?)^```$", text, re.MULTILINE | re.DOTALL)
-    assert len(dict(found)) == len(found) == text.count("<!-- tried: ")
+    found = re.findall(r"^(?:#+|<!-- tried:) (.*?)(?: -->)?\n(?:(?!#|<!--|```).*\n)*```(?:console|sh)\n((?:.*\n)*?)```$", text, re.M)
+    assert len(dict(found)) == len(found)
     return dict(found)
 
 

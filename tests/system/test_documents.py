@@ -16,9 +16,16 @@ def test_the_tests_that_are_named_exist(document, count):
     assert (found.stderr, found.returncode) == ("", 0)
 
 
+def test_links_lead_to_headings():
+    text = (PROJECT / "docs/operating.md").read_text(encoding="utf-8")
+    places = {re.sub(r"[^\w -]", "", heading.lower()).replace(" ", "-") for heading in re.findall(r"^#+ (.*)$", text, re.MULTILINE)}
+    assert set(re.findall(r"\]\(#([^)]*)\)", text)) <= places
+
+
 def test_every_small_fault_applies(tmp_path):
     def tell(*arguments):
-        done = subprocess.run([sys.executable, "-m", "mutants", "--apply-only", *arguments], cwd=PROJECT / "tools", capture_output=True, text=True, check=False)
+        command = [sys.executable, "-m", "mutants", "--apply-only", *arguments]
+        done = subprocess.run(command, cwd=PROJECT / "tools", capture_output=True, text=True, check=False)
         return done.returncode, done.stderr
     assert tell() == (0, "")
     (tmp_path / "table").write_text("== dev\n\nold (Uri): was there once\n-nobody wrote this\n+or this\n")

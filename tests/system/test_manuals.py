@@ -1,19 +1,30 @@
-"""The manual pages beside the program: options, defaults, messages, files, and the grammar of report lines."""
+"""The manual pages and the operator's guide beside the program: options, defaults, messages, files, report lines."""
 
-import ctypes
 import re
 import subprocess
-from pathlib import Path
 
 import pytest
+from conftest import PROJECT
 from device.device import Device, Package
-from scenes import NEW, OLD, set_up, wait_until
+from scenes import NEW, OLD, set_up
 
-PROJECT = Path(__file__).resolve().parents[2]
 PAGES = {path.name: path.read_text() for path in sorted((PROJECT / "man").iterdir())}
+GUIDE = (PROJECT / "docs/operating.md").read_text(encoding="utf-8")
 REPORT = PAGES["updater-report.7"]
 SOURCE = re.sub(r'"\s*\n\s*"', "", "".join(path.read_text() for path in sorted((PROJECT / "src").rglob("*.[ch]*"))))
-MESSAGES = re.findall(r'logMessage\(\s*(\w+),\s*"((?:[^"\\]|\\.)*)"', SOURCE)
+LEVELS = ["INFO", "WARNING", "ERROR", "FATAL"]
+TEXT = r'"((?:[^"\\]|\\.)*)"'
+CALLS = re.findall(rf"logMessage\(\s*(\w+)(\[.*?\])?,\s*(?:[\w.]+ \? )?{TEXT}(?:\s*: {TEXT})?", SOURCE)
+
+
+def shown(text):
+    """A format as the guide shows it: "…" for what differs, and no line breaks."""
+    return " ".join(re.sub(r"%[a-z]+", "…", re.sub(r"\\[nt]", " ", text).replace(r"\"", '"')).split())
+
+
+#: All lines of the log. rpm's own come at each level.
+LINES = {f"{level}: {shown(text)}" for name, any_level, *texts in CALLS
+         for level in (LEVELS if any_level else [name]) for text in texts if text}
 
 
 def section(page, name):
@@ -66,43 +77,39 @@ def reports_of(lines):
 
 @pytest.fixture(scope="module")
 def runs(program):
-    """What processes of all kinds print, by a name that says what each is: kind in the grammar, exit code, lines."""
-    found = {}
+    """What processes of all kinds print: kind in the grammar, exit code, lines, and for some the lines with --quiet."""
+    found = []
     with Device(program) as device:
-        def run(name, kind, *arguments):
+        def run(kind, *arguments, quiet=False):
             result = device.run(*arguments)
-            found[name] = kind, result.returncode, result.lines
+            found.append((kind, result.returncode, result.lines, device.run(*arguments, "--quiet").lines if quiet else None))
 
         device.import_key()
         set_up(device)
         device.write("/etc/network/orvproxy.conf", '<proxyconf><proxy server="p" port="1"/></proxyconf>')
-        for mode in ("--check-only", "--test"):
-            run(mode, "worker", mode)
-            run(f"{mode} --quiet", "worker", mode, "--quiet")
-        run("background", "parent", "-bn")
-        found["its child"] = "worker", 0, device.read("/var/log/updater/lastlog").splitlines()
-        run("background --quiet", "parent", "-bnq")
+        run("worker", "--check-only", quiet=True)
+        run("worker", "--test", quiet=True)
+        run("parent", "-bn")
+        found.append(("worker", 0, device.read("/var/log/updater/lastlog").splitlines(), None))
+        run("parent", "-bn", quiet=True)
         device.answer("hook download", exit=1)
-        run("update", "worker")
+        run("worker")
         device.publish()
-        run("nothing", "worker", "-n")
-        run("nothing --quiet", "worker", "-nq")
+        run("worker", "-n", quiet=True)
         device.install(Package("updater", "1.1-1"))
         device.publish(Package("app", "2-1", requires=("nowhere",)), *NEW[1:], Package("updater", "1.2-1"))
-        run("retry", "worker", "-n")
-        for word, kind in (("CORRUPTED", "refused"), ("REBOOTING", "worker")):
+        run("worker", "-n")
+        for word, kind, *arguments in (("CORRUPTED", "refused", "-b"), ("REBOOTING", "worker"), ("UPDATING", "worker")):
             device.status = word
-            run(word, kind, *["-b"] * (kind == "refused"))
-        device.status = "UPDATING"
-        run("UPDATING", "worker")
+            run(kind, *arguments)
         device.write("/var/run/updater.norun", "")
-        run("no run", "refused")
+        run("refused")
     return found
 
 
-@pytest.mark.parametrize("page", PAGES)
-def test_pages_are_sound(page):
-    done = subprocess.run(["mandoc", "-Tlint", "-Wwarning", PROJECT / "man" / page], capture_output=True, text=True)
+def test_pages_are_sound():
+    pages = [PROJECT / "man" / page for page in PAGES]
+    done = subprocess.run(["mandoc", "-Tlint", "-Wwarning", *pages], capture_output=True, text=True, check=False)
     assert (done.returncode, done.stdout + done.stderr) == (0, "")
 
 
@@ -115,48 +122,27 @@ def test_options_are_those_of_the_help(device):
         assert f"The default is\n.Pa {path} ." in PAGES["updater.8"]
 
 
-def default(option):
-    return re.search(r"The default is(?: |\n\.Pa )(\S+?)(?: ?\.)?$", item("updater.8", f"Fl -{option}"), re.MULTILINE)[1]
+def test_defaults_are_those_of_the_program():
+    fields = {"log-level": "logLevel", "max-wait-time": "maxWaitTime", "lock-timeout": "lockTimeout", "cache-dir": "cacheDir"}
+    for option, field in fields.items():
+        text = " ".join(re.sub(r"^\.\w+ ", "", item("updater.8", f"Fl -{option}"), flags=re.MULTILINE).split())
+        default = re.search(r"The default is (?:the level .*, and )?([\w/]+)", text)[1]
+        assert re.search(rf' {field} = "?{default}"?;', SOURCE, re.IGNORECASE), option
 
 
-def test_defaults_are_those_of_the_program(device):
-    set_up(device)
-    device.write("/etc/updater.conf", re.sub(r' level="\w+"', "", device.read("/etc/updater.conf")))
-    level = re.search(r"\.Cm (\w+)\nif that has none", item("updater.8", "Fl -log-level"))[1]
-    assert device.run("-nl", level).lines == device.run("-n").lines != device.run("-nl", "debug").lines
-    assert device.path(default("cache-dir") + "base/repomd.xml").is_file()
-
-    device.hold_at("hook init")
-    first = device.start()
-    first.wait_for("hook init")
-    device.write("/tmp/log", "")
-    second = device.start("--log-to=/tmp/log")
-    wait_until(lambda: "secs\n" in device.read("/tmp/log"))
-    second.signal(15)
-    assert f"will timeout in {default('lock-timeout')} secs" in second.wait().stderr
-    device.release()
-    first.wait()
-    device.status = "READY"
-
-    libc = ctypes.CDLL(None)
-    for seed in range(1, 100_000):  # one that makes the wait almost as long as it can be
-        libc.srand(seed)
-        if (random := libc.rand()) > 0x7fffffff * 0.9999:
-            break
-    device.configure("http://127.0.0.1:9/")
-    device.write("/tmp/seed", seed.to_bytes(4, "little") * 1000)
-    waiting = device.shell("mount --bind /tmp/seed /dev/urandom; updater --log-to=/tmp/wait & "
-                           "until grep -q waiting /tmp/wait; do sleep 0.02; done; kill $!; wait")
-    assert f"INFO: waiting {int(default('max-wait-time')) * random // 0x7fffffff} secs before connection" in waiting.lines
+def test_the_guide_has_every_line_of_the_log_and_no_other():
+    rows = re.findall(r"^\|.*", GUIDE, re.MULTILINE)
+    told = {" ".join(line.split()) for row in rows for line in re.findall(rf"`((?:{'|'.join(LEVELS)}): [^`]*)`", row)}
+    assert told == {line for line in LINES if not re.match(r"TRACE|DEBUG|INFO: ---", line)}
+    assert len(told) > 200 and len(CALLS) == len(re.findall(r"logMessage\((?!level|\))", SOURCE))
 
 
 def test_every_message_in_a_page_is_one_of_the_program():
-    known = [(level, re.compile(".+".join(map(re.escape, re.split(r"%[a-z]+", text.replace(r"\"", '"')))))) for level, text in MESSAGES]
-    listed = [line.partition(": ") for page in PAGES.values() for line in listed_messages(page)]
-    assert len(listed) > 30
-    assert [line for line in listed if not any(line[0] == level and text.fullmatch(line[2]) for level, text in known)] == []
+    known = re.compile("|".join(re.escape(line).replace("…", ".+") for line in LINES))
+    listed = [line for page in PAGES.values() for line in listed_messages(page)]
+    assert [line for line in listed if not known.fullmatch(line)] == [] and len(listed) > 30
     quoted = [text for page in PAGES.values() for text in re.findall(r"^\.Ql ([a-z]+ [a-z]+[a-z ,]*?)(?: [,.])?$", page, re.MULTILINE)]
-    assert len(quoted) > 4 and [text for text in quoted if not any(text in message for _, message in MESSAGES)] == []
+    assert [text for text in quoted if not any(text in line for line in LINES)] == [] and len(quoted) > 4
 
 
 def test_files_are_those_of_the_program():
@@ -191,12 +177,11 @@ def test_figures_are_those_of_the_program():
 def test_every_report_line_fits_the_grammar(runs):
     codes = {word: int(code) for word, code in re.findall(r"^\.Cm (\w+)\n(?:goes )?with (?:exit code )?(\d)", item("updater-report.7", "EXIT"), re.M)}
     seen = ""
-    for name, (kind, code, lines) in runs.items():
-        assert [line for line in lines if not GRAMMAR.fits("log-line", line + "\n")] == [], name
+    for kind, code, lines, quiet in runs:
+        assert [line for line in [*lines, *(quiet or [])] if not GRAMMAR.fits("log-line", line + "\n")] == []
         reports = reports_of(lines)
-        quiet = "quiet" in name
-        assert quiet or all(GRAMMAR.fits(rule, reports) for rule in ("process", kind)), (name, reports)
-        assert quiet == (reports == "") and (quiet or codes[re.search(r"EXIT (\w+) ---\n$", reports)[1]] == code), name
+        assert all(GRAMMAR.fits(rule, reports) for rule in ("process", kind)) and not reports_of(quiet or []), (kind, reports)
+        assert codes[re.search(r"EXIT (\w+) ---\n$", reports)[1]] == code
         seen += reports
     never = [rule for rule in re.findall(r"[\w-]+", GRAMMAR.rules["report-line"]) if not re.search(GRAMMAR.of(rule), seen)]
     words = re.findall(r'%s"(\w+)"', GRAMMAR.rules["mode"] + GRAMMAR.rules["exit"])
@@ -209,14 +194,12 @@ def test_quiet_removes_what_the_page_says(runs):
     forms = [re.compile(re.sub(r"\b(VERSION|NAME|HOST|N|URL)\b", ".+", re.escape(line)))
              for line in listed_messages(section("updater-report.7", "WHERE THE LINES GO"))]
     removed = []
-    for name in runs:
-        if f"{name} --quiet" in runs:
-            loud, quiet = runs[name][2], runs[f"{name} --quiet"][2]
+    for _, _, loud, quiet in runs:
+        if quiet is not None:
             assert [line for line in loud if line in quiet] == quiet
-            removed += [line for line in loud if line not in quiet]
-    left = [line for line in removed if not GRAMMAR.fits("report-line", line + "\n")]
-    assert [line for line in left if not any(form.fullmatch(line) for form in forms)] == []
-    assert [form.pattern for form in forms if not any(form.fullmatch(line) for line in left)] == []
+            removed += [line for line in loud if line not in quiet and not GRAMMAR.fits("report-line", line + "\n")]
+    assert [line for line in removed if not any(form.fullmatch(line) for form in forms)] == []
+    assert [form.pattern for form in forms if not any(form.fullmatch(line) for line in removed)] == []
 
 
 def test_examples_of_report_lines(device):
@@ -228,7 +211,9 @@ def test_examples_of_report_lines(device):
 
 def test_status_words(device):
     words = dict(re.findall(r"^\.It Sy (\w+)\n(.*?)(?=^\.It|^\.El)", section("updater-report.7", "STATUS WORDS"), re.M | re.S))
-    assert list(words) == re.findall(r'"(\w+)"', re.search(r"k_vWords = {(.*?)}", SOURCE, re.DOTALL)[1])
+    of_program = re.findall(r'"(\w+)"', re.search(r"k_vWords = {(.*?)}", SOURCE, re.DOTALL)[1])
+    of_guide = re.findall(r"^\| `([A-Z]+)`", GUIDE[:GUIDE.index("## Exit codes")], re.MULTILINE)
+    assert list(words) == of_program == of_guide
     device.install(*OLD)
     device.publish()
     for word, text in words.items():

@@ -16,7 +16,7 @@ from peers import GOOD, INDEX, PRIMARY, certificates, check, log_of, nginx, poin
 from scenes import NEW, set_up
 
 GUIDE = "docs/publishing.md"
-BLOCKS = guides.tried(GUIDE)
+BLOCKS = guides.blocks(GUIDE)
 LIB = Package("lib", "1-1")
 NAV, CORE, MAPS = Package("nav", "1-1"), Package("nav-core", "2-1", obsoletes=("nav < 2",)), Package(
     "nav-maps", "2-1", obsoletes=("nav < 2",), group="Extras")
