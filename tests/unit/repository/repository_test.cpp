@@ -1,13 +1,11 @@
 #include "repository/repository.h"
 #include "repository/itemnotify.h"
+#include "testing/cases.h"
 #include "testing/packages.h"
-#include "testing/testing.h"
 
-#include <gtest/gtest.h>
 #include <rpm/rpmlib.h>
 
 #include <filesystem>
-#include <tuple>
 
 namespace {
 
@@ -24,30 +22,12 @@ TEST(Repomd, judgesTheIndex)
     const std::string sNoType = "DEBUG: no attribute 'type' for node 'data'\n";
     const std::string sNoSum = "DEBUG: failed parsing 'checksum' element\n";
     const std::string sBadTime = "DEBUG: failed parsing 'timestamp'\n" + sFailed;
-    const std::tuple<std::string, std::string, std::string> vCases[] = {
-        {"<data/>", "", "ok " + sOk},
-        {"<data/>", "<r:data type='other'><r:location href='packages'/></r:data>",
-         "ok packages /c/packages   0" + sOk},
-        {"repo'>", "x'>", "DEBUG: bad top-level element, 'repomd' instead of 'rempomd'\n"},
-        {"</r:repomd>", "", sOk},
-        {" type='primary'", "",
-         sNoType + "DEBUG: no 'type' attribute in 'data' element\n" + sFailed},
-        {"4294967297", "12x", sBadTime},
-        {"4294967297", "18446744073709551615", sBadTime},
-        {">2<", "><", "DEBUG: no string list for node 'open-checksum'\n" + sNoSum + sFailed},
-        {"a/p.gz", "/packages/",
-         "DEBUG: 'location' of 'data' element takes a place of the cache\n" + sFailed},
-        {"p.gz", "p.table",
-         "DEBUG: 'location' of 'data' element takes a place of the cache\n" + sFailed},
-        {"<r:repomd", "<!DOCTYPE r:repomd [<!ENTITY % p ''>]><r:repomd",
-         "DEBUG: document type declaration in metadata\n"},
-        {"p.gz", "p.tmp", "DEBUG: unusable file name 'p.tmp' in 'location'\n" + sFailed},
-        {"a/p", "&#10;", "DEBUG: control character in 'location' of 'data' element\n" + sFailed}};
+    const std::string sPlace =
+        "DEBUG: 'location' of 'data' element takes a place of the cache\n" + sFailed;
     const TempDir dir;
     std::filesystem::create_directory(dir.file("c"));
-    for (const auto& [sPart, sNew, sExpected] : vCases) {
+    const auto parse = [&](const auto& sPart, const auto& sNew) {
         dir.write("c/repomd.xml", replaced(k_sIndex, sPart, sNew));
-        const LogCapture log;
         ResourceSet resources;
         std::string sResult = parseRepomd(dir.file("c/"), resources) ? "ok " : "";
         for (const RepoResource& found : resources) {
@@ -55,8 +35,27 @@ TEST(Repomd, judgesTheIndex)
                        found.checksum.value + " " + found.openChecksum.value + " " +
                        std::to_string(found.timestamp);
         }
-        EXPECT_EQ(sResult + log.text(), sExpected) << sPart << sNew;
-    }
+        return sResult;
+    };
+    expectEach<std::tuple<std::string, std::string>>(
+        {{{"<data/>", ""}, "ok " + sOk},
+         {{"<data/>", "<r:data type='other'><r:location href='packages'/></r:data>"},
+          "ok packages /c/packages   0" + sOk},
+         {{"repo'>", "x'>"}, "DEBUG: bad top-level element, 'repomd' instead of 'rempomd'\n"},
+         {{"</r:repomd>", ""}, sOk},
+         {{" type='primary'", ""},
+          sNoType + "DEBUG: no 'type' attribute in 'data' element\n" + sFailed},
+         {{"4294967297", "12x"}, sBadTime},
+         {{"4294967297", "18446744073709551615"}, sBadTime},
+         {{">2<", "><"}, "DEBUG: no string list for node 'open-checksum'\n" + sNoSum + sFailed},
+         {{"a/p.gz", "/packages/"}, sPlace},
+         {{"p.gz", "p.table"}, sPlace},
+         {{"<r:repomd", "<!DOCTYPE r:repomd [<!ENTITY % p ''>]><r:repomd"},
+          "DEBUG: document type declaration in metadata\n"},
+         {{"p.gz", "p.tmp"}, "DEBUG: unusable file name 'p.tmp' in 'location'\n" + sFailed},
+         {{"a/p", "&#10;"},
+          "DEBUG: control character in 'location' of 'data' element\n" + sFailed}},
+        parse);
 }
 
 class RepositoryTest : public testing::Test {
@@ -85,109 +84,77 @@ TEST_F(RepositoryTest, cleansAllFilesOfThePackageDirectory)
     std::filesystem::create_directories(dir.file("base/packages/sub"));
     dir.write("base/packages/a.rpm", "");
     dir.write("base/packages/z.rpm.tmp", "");
-    LogCapture log(INFO);
+    const LogCapture log(WARNING);
     EXPECT_TRUE(Repository(config, repoConfig).cleanPackages());
     EXPECT_FALSE(dir.exists("base/packages/a.rpm") || dir.exists("base/packages/z.rpm.tmp"));
-    EXPECT_EQ(log.text(), "ERROR: failed removing file '" + dir.file("base/packages/sub") +
-                              "' (Is a directory)\n"
-                              "WARNING: encountered errors while cleaning package cache\n");
+    EXPECT_THAT(log.text(), testing::EndsWith("errors while cleaning package cache\n"));
     std::filesystem::remove_all(dir.file("base/packages"));
     EXPECT_TRUE(Repository(config, repoConfig).cleanPackages());  // nothing to do
-    dir.write("base/packages", "");
-    EXPECT_FALSE(Repository(config, repoConfig).cleanPackages());
 }
 
 TEST_F(RepositoryTest, acceptsThePrimaryFileByEitherChecksum)
 {
-    const std::tuple<std::string, std::string, std::string> vCases[] = {
-        {sum, "x", ""}, {"x", sum, ""}, {"", sum, "ERROR: attempted to check an empty checksum\n"}};
+    const std::string sSum = "<r:checksum type='sha'>1</r:checksum>";
     dir.write("remote/repodata/p.xml", primary);
-    for (const auto& [sSum, sOpenSum, sLog] : vCases) {
-        SCOPED_TRACE(sSum + " " + sOpenSum);
-        std::filesystem::remove(dir.file("base/p.xml"));
-        std::string sIndex = replaced(replaced(k_sIndex, "p.gz", "p.xml"), "2<", sOpenSum + "<");
-        sIndex = sSum.empty() ? replaced(sIndex, "r:checksum", "r:x")
-                              : replaced(sIndex, "1<", sSum + "<");
-        dir.write("remote/repodata/repomd.xml", sIndex);
-        Repository repository(config, repoConfig);
-        LogCapture log(INFO);
-        EXPECT_TRUE(repository.update(""));
-        EXPECT_EQ(log.text(), sLog);
-    }
+    expectEach<std::tuple<std::string, std::string>>(
+        {{{replaced(sSum, "1", sum), "x"}, ""},
+         {{sSum, sum}, ""},
+         {{"", sum}, "ERROR: attempted to check an empty checksum\n"}},
+        [&](const auto& sElement, const auto& sOpenSum) {
+            std::filesystem::remove(dir.file("base/p.xml"));
+            const std::string sIndex =
+                replaced(replaced(k_sIndex, sSum, sElement), "2<", sOpenSum + "<");
+            dir.write("remote/repodata/repomd.xml", replaced(sIndex, "p.gz", "p.xml"));
+            return Repository(config, repoConfig).update("") ? "" : "failed";
+        },
+        INFO);
 }
 
 TEST_F(RepositoryTest, readsTheSamePrimaryFileOnce)
 {
-    const std::string sPackage =
-        "<package type='rpm'><name>n</name><arch>vax</arch><version epoch='0' ver='1'/>"
-        "<checksum type='sha'>1</checksum><location href='n.rpm'/></package>";
-    dir.write("remote/repodata/p.xml", replaced(primary, "/>", ">" + sPackage + "</metadata>"));
-    const auto publish = [&] {
+    const auto packageOf = [](const std::string& sArch) {
+        return "<package type='rpm'><name>n</name><arch>" + sArch +
+               "</arch><version epoch='0' ver='1'/><checksum type='sha'>1</checksum>"
+               "<location href='n.rpm'/></package>";
+    };
+    const auto publish = [&](const std::string& sPackages) {
+        const std::string sPath = dir.write(
+            "remote/repodata/p.xml", replaced(primary, "/>", ">" + sPackages + "</metadata>"));
         Sha1Digest digest;
-        EXPECT_TRUE(fileDigest(dir.file("remote/repodata/p.xml"), digest, false));
+        EXPECT_TRUE(fileDigest(sPath, digest, false));
         const std::string sSum = hexText(digest.data(), digest.size());
         dir.write("remote/repodata/repomd.xml",
                   replaced(replaced(k_sIndex, "p.gz", "p.xml"), "1<", sSum + "<"));
     };
-    publish();
-    dir.write("base/old.xml.table", "");
-    const std::string sSkipped = "WARNING: skipping package 'n.rpm' of non-compatible arch 'vax'\n";
-    // How a reading of the XML, of the compiled form and of none of them begins.
-    const std::string sXml = "passing over compiled metadata";
-    const auto logOf = [](const auto& act) {
+    const auto logOf = [](bool bLoad, Repository& repository) {
         const LogCapture log;
-        EXPECT_TRUE(act());
+        EXPECT_TRUE(bLoad ? repository.load() : repository.update(""));
         return log.text();
     };
+    const auto saysXml = testing::HasSubstr("passing over compiled metadata");
+    const auto saysSkipped =
+        testing::HasSubstr("WARNING: skipping package 'n.rpm' of non-compatible arch 'vax'\n");
+    publish(packageOf("vax"));
+    dir.write("base/old.xml.table", "");
     Repository repository(config, repoConfig);
-    std::string sLog = logOf([&] { return repository.update(""); });
-    EXPECT_NE(sLog.find(sXml), std::string::npos);
+    EXPECT_THAT(logOf(false, repository), saysXml);
     EXPECT_FALSE(dir.exists("base/old.xml.table"));
     const std::string sTable = dir.read("base/p.xml.table");
     dir.write("base/p.xml.table", "damaged");
-    sLog = logOf([&] { return repository.load(); });
-    EXPECT_EQ(sLog.find(sXml), std::string::npos);
-    EXPECT_TRUE(sLog.ends_with(sSkipped));
-
+    EXPECT_THAT(logOf(true, repository), testing::AllOf(testing::Not(saysXml), saysSkipped));
     dir.write("base/p.xml.table", sTable);
-    sLog = logOf([&] { return Repository(config, repoConfig).load(); });
-    EXPECT_EQ(sLog.find(sXml), std::string::npos);
-    EXPECT_NE(sLog.find(sSkipped), std::string::npos);
-
-    dir.write("remote/repodata/p.xml", primary);
-    publish();
-    sLog = logOf([&] { return repository.update(""); });  // another one
-    EXPECT_NE(sLog.find("(of another primary file)"), std::string::npos);
-    EXPECT_EQ(sLog.find(sSkipped), std::string::npos);
+    Repository another(config, repoConfig);
+    EXPECT_THAT(logOf(true, another), testing::AllOf(testing::Not(saysXml), saysSkipped));
 
     std::string sMany;  // architectures: more than are kept in mind for another machine
     for (int i = 0; i < 1001; ++i) {
-        sMany += replaced(sPackage, "vax", "vax" + std::to_string(i));
+        sMany += packageOf("mips" + std::to_string(i));
     }
-    dir.write("remote/repodata/p.xml", replaced(primary, "/>", ">" + sMany + "</metadata>"));
-    publish();
-    std::filesystem::remove(dir.file("base/p.xml.table"));
-    sLog = logOf([&] { return repository.update(""); });
-    EXPECT_FALSE(dir.exists("base/p.xml.table"));
+    publish(sMany);
+    EXPECT_THAT(logOf(false, repository), testing::HasSubstr("(of another primary file)"));
+    EXPECT_EQ(dir.read("base/p.xml.table"), sTable);
     dir.write("base/p.xml", "");
-    const LogCapture log;
     EXPECT_FALSE(repository.load());
-}
-
-TEST_F(RepositoryTest, tellsWhyARefreshCannotBegin)
-{
-    repoConfig.uri = "";
-    Repository repository(config, repoConfig);
-    LogCapture log(INFO);
-    EXPECT_FALSE(repository.update(""));
-    EXPECT_FALSE(repository.fetchPackages({}));
-    EXPECT_FALSE(repository.update("file://elsewhere/srv"));
-    EXPECT_EQ(log.text(),
-              "ERROR: no repository URI set, cannot update\n"
-              "ERROR: no repository URI set, cannot get packages\n"
-              "ERROR: only local file: URIs supported\n"
-              "ERROR: cannot create fetcher for 'file://elsewhere/srv'\n"
-              "ERROR: failed creating repository downloder from 'file://elsewhere/srv'\n");
 }
 
 TEST_F(RepositoryTest, fetchesWhatTheCacheLacks)
@@ -209,10 +176,10 @@ TEST_F(RepositoryTest, fetchesWhatTheCacheLacks)
     std::filesystem::remove(dir.file("base/packages/missing"));
     std::filesystem::remove(dir.file("remote/repodata/cached"));
     EXPECT_TRUE(Repository(config, repoConfig).fetchPackages(updateSet));
-    EXPECT_EQ(dir.read("base/packages/damaged") + dir.read("base/packages/missing"),
-              primary + primary);
+    EXPECT_EQ(dir.read("base/packages/damaged"), primary);
+    EXPECT_EQ(dir.read("base/packages/missing"), primary);
 
-    LogCapture log(INFO);
+    const LogCapture log(INFO);
     updateSet.insertUnique(packages[3]);
     EXPECT_FALSE(Repository(config, repoConfig).fetchPackages(updateSet));
     repoConfig.id = "b*se";
