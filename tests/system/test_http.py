@@ -1,13 +1,8 @@
 """Updates over plain HTTP from nginx: what goes over the wire, and what doesn't."""
 
-import hashlib
-import os
-import re
-
 import pytest
-from device.device import Package
 from peers import GOOD, INDEX, PRIMARY, check, log_of, nginx, point_at, update
-from scenes import NEW_STATE, edit_primary, set_up
+from scenes import NEW_STATE, set_up
 
 URI = "http://127.0.0.1:8080/repo"
 SENT = "200|demo/1.1 (demo-00000000deadbeef) neon/0.32.5|"
@@ -39,19 +34,6 @@ def test_an_unchanged_repository_costs_its_index_only(server):
     assert [line.partition("|")[0] for line in log(server, 3)[1]] == [INDEX, PRIMARY, INDEX]
 
 
-def test_one_connection_for_200_packages(device):
-    names = [f"part{number:03}" for number in range(199)]
-    device.install(Package("whole", "1-1"))
-    device.publish(Package("whole", "2-1", requires=tuple(names)), *(Package(name, "1-1") for name in names))
-    device.configure(URI)
-    device.answer("rpm --test", exit=0)
-    nginx(device)
-    result = update(device, "--test", "whole")
-    assert (result.returncode, "INFO: downloading 200 packages" in result.lines) == (0, True)
-    numbers = log(device, 202)[0]
-    assert (len(numbers), len(set(numbers[2:]))) == (202, 1)
-
-
 @pytest.mark.parametrize("host, requests, connections", [("10.9.9.8", 6, 1), ("10.9.9.9", 4, 4)])
 def test_a_redirect_closes_connections_at_another_origin_only(device, host, requests, connections):
     nginx(point_at(set_up(device), f"http://{host}:8080/repo"))
@@ -70,19 +52,3 @@ def test_a_damaged_package_is_fetched_again_past_the_caches(server):
                                       f"ERROR: invalid checksum on '{path}'"]
     assert log(server, 5)[1][3:] == [f"{name}|{SENT}-|-", f"{name}|{SENT}no-cache|no-cache"]
     assert server.read(path) == "damaged"
-
-
-@pytest.mark.long
-def test_a_package_above_4_gib(server):
-    size, block, sum = (1 << 32) + 5, bytes(1 << 20), hashlib.sha1()
-    os.truncate(server.path("/srv/repo/app-2-1.noarch.rpm"), 0)
-    os.truncate(server.path("/srv/repo/app-2-1.noarch.rpm"), size)
-    for _ in range(size >> 20):
-        sum.update(block)
-    sum.update(bytes(5))
-    edit_primary(server, lambda text: re.sub(
-        r"(<name>app</name>.*?<checksum [^>]*>)[0-9a-f]+", rf"\g<1>{sum.hexdigest()}", text, flags=re.DOTALL))
-    server.answer("rpm --test", exit=0)
-    result = update(server, "--test", "--no-sig-check", "--no-cache-clean", "app", timeout=600)
-    assert (result.returncode, result.lines[-2:]) == (0, ["INFO: packages tested OK", "INFO: --- EXIT OK ---"])
-    assert server.path("/var/cache/updater/base/packages/app-2-1.noarch.rpm").stat().st_size == size
