@@ -14,40 +14,26 @@ import pytest
 from conftest import PROJECT
 from device import cache, packages, selfupdate
 
-#: What belongs to the system beside updater: modes and paths, "/" at the end of a directory's.
-INSTALLED = {line.split()[1]: line.split()[0] for line in """
-644 /etc/cron.d/updater
-755 /etc/init.d/updater-boot
-644 /etc/logrotate.d/updater
-644 /usr/lib/systemd/system-preset/50-updater.preset
-644 /usr/lib/systemd/system/updater-boot.service
-644 /usr/lib/systemd/system/updater-inhibit.service
-644 /usr/lib/systemd/system/updater.service
-644 /usr/lib/systemd/system/updater.timer
-644 /usr/lib/tmpfiles.d/updater.conf
-755 /usr/libexec/updater/clear-rebooting
-755 /usr/libexec/updater/ensure-reboot
-755 /usr/sbin/updater
-644 /usr/share/bash-completion/completions/updater
-644 /usr/share/doc/updater/CHANGELOG.md
-644 /usr/share/doc/updater/README.md
-644 /usr/share/doc/updater/SECURITY.md
-644 /usr/share/doc/updater/examples/defaults.conf
-755 /usr/share/doc/updater/examples/hook
-644 /usr/share/doc/updater/examples/orvproxy.conf
-644 /usr/share/doc/updater/examples/updater.conf
-644 /usr/share/doc/updater/operating.md
-644 /usr/share/doc/updater/publishing.md
-644 /usr/share/man/man5/updater.conf.5
-644 /usr/share/man/man7/updater-hook.7
-644 /usr/share/man/man7/updater-report.7
-644 /usr/share/man/man8/updater.8
-644 /usr/share/updater/orvproxy.rng
-644 /usr/share/updater/updater.rng
-755 /var/cache/updater/
-755 /var/lib/updater/
-755 /var/log/updater/
-""".split("\n") if line}
+#: What belongs to the system beside updater: modes, directories and what lies in them, "/" at the end of a directory's name.
+TREE = """
+644 /etc/cron.d/ updater
+755 /etc/init.d/ updater-boot
+644 /etc/logrotate.d/ updater
+644 /usr/lib/systemd/system-preset/ 50-updater.preset
+644 /usr/lib/systemd/system/ updater-boot.service updater-inhibit.service updater.service updater.timer
+644 /usr/lib/tmpfiles.d/ updater.conf
+755 /usr/libexec/updater/ clear-rebooting ensure-reboot
+755 /usr/sbin/ updater
+644 /usr/share/bash-completion/completions/ updater
+644 /usr/share/doc/updater/ CHANGELOG.md README.md SECURITY.md operating.md publishing.md
+644 /usr/share/doc/updater/examples/ defaults.conf orvproxy.conf updater.conf
+755 /usr/share/doc/updater/examples/ hook
+644 /usr/share/man/ man5/updater.conf.5 man7/updater-hook.7 man7/updater-report.7 man8/updater.8
+644 /usr/share/updater/ orvproxy.rng updater.rng
+755 /var/ cache/updater/ lib/updater/ log/updater/
+"""
+INSTALLED = {directory + name: mode for line in TREE.split("\n") if line
+             for mode, directory, *names in [line.split()] for name in names}
 OF_DEBIAN = {f"/usr/share/{name}": "644" for name in
              ("doc/updater/changelog.gz", "doc/updater/copyright", "lintian/overrides/updater")}
 PACKED = {path + ".gz" * ("/man/" in path): mode for path, mode in INSTALLED.items()}
@@ -59,15 +45,21 @@ case $* in *daemon-reload | *start* | *stop*) ;; *) SYSTEMD_OFFLINE=1 exec /usr/
 """
 
 
+def modes(root: Path, paths: list[str]) -> dict[str, str]:
+    """Modes of these paths, as in INSTALLED. Directories that hold any of it are 755, and left out."""
+    places = {path: root / path.lstrip("/") for path in paths}
+    found = {path + "/" * place.is_dir(): f"{place.lstat().st_mode & 0o7777:o}" for path, place in places.items()}
+    assert {mode for path, mode in found.items() if path.endswith("/")} <= {"755"}
+    return {path: mode for path, mode in found.items() if not path.endswith("/") or path.startswith("/var/")}
+
+
 def test_install(tmp_path: Path, program: Path) -> None:  # noqa: ARG001
     """All that belongs to the system is installed, and nothing else, whatever the umask."""
     subprocess.run(["cmake", "--install", PROJECT / "build/dev"], check=True, capture_output=True, umask=0o027,
                    env={**os.environ, "DESTDIR": str(tmp_path)})
-    paths = [*tmp_path.rglob("*")]
-    assert {path.stat().st_mode & 0o7777 for path in paths if path.name in ("updater", "examples")} == {0o755, 0o644}
-    files = [path for path in paths if not path.is_dir() or not any(path.iterdir())]
-    assert {f"/{path.relative_to(tmp_path)}{'/' * path.is_dir()}": f"{path.stat().st_mode & 0o7777:o}"
-            for path in files} == INSTALLED
+    paths = [path.relative_to(tmp_path) for path in tmp_path.rglob("*")]
+    ours = [f"/{path}" for path in paths if "updater" in path.parts or not (tmp_path / path).is_dir()]
+    assert modes(tmp_path, ours) == INSTALLED
 
 
 class Root:
@@ -76,14 +68,18 @@ class Root:
     def __init__(self, archive: Path, directory: Path) -> None:
         self.directory = directory
         subprocess.run(["tar", "-C", directory, "-xf", archive], check=True)
-        self.path("/usr/bin/systemctl").rename(self.path("/usr/bin/systemctl.real"))
-        self.path("/usr/bin/systemctl").write_text(SYSTEMCTL)
-        self.path("/usr/bin/systemctl").chmod(0o755)
+        systemctl = self.path("/usr/bin/systemctl")
+        systemctl.rename(f"{systemctl}.real")
+        systemctl.write_text(SYSTEMCTL)
+        systemctl.chmod(0o755)
         self.path("/run/systemd/system").mkdir(parents=True)
-        self.before = self._paths()
+        self.before = self.paths()
 
     def path(self, path: str) -> Path:
         return self.directory / path.lstrip("/")
+
+    def paths(self) -> set[str]:
+        return {f"/{path.relative_to(self.directory)}" for path in self.directory.rglob("*")}
 
     def run(self, script: str) -> str:
         done = subprocess.run(
@@ -105,20 +101,13 @@ class Root:
 
     def left(self) -> set[str]:
         """What came since the beginning, past what goes with the next start or is the package managers'."""
-        return {path for path in self._paths() - self.before
+        return {path for path in self.paths() - self.before
                 if not re.match(r"/(run|root|calls|var/(lib/(dpkg|rpm)|log/(dpkg|alternatives)))\b", path)}
 
-    def modes(self, paths: list[str]) -> dict[str, str]:
-        """Modes of what is listed, as in INSTALLED. Directories that hold any of it are 755, and left out."""
-        found = {path + "/" * self.path(path).is_dir(): f"{self.path(path).lstat().st_mode & 0o7777:o}"
-                 for path in paths}
-        above = {path for path in found if path.endswith("/") and not path.startswith("/var/")}
-        assert {found[path] for path in above} <= {"755"}
-        return {path: mode for path, mode in found.items() if path not in above}
-
-    def _paths(self) -> set[str]:
-        return {"/" + os.path.relpath(os.path.join(at, name), self.directory)
-                for at, directories, files in os.walk(self.directory) for name in directories + files}
+    def version(self) -> str:
+        """What the installed program calls itself."""
+        log = self.run("updater --log-to-stderr -n --conf-file=/usr/share/doc/updater/examples/updater.conf 2>&1 || true")
+        return re.search("^INFO: updater version ([^,]+),", log, re.MULTILINE)[1]
 
 
 @pytest.fixture(scope="module")
@@ -141,20 +130,9 @@ def root(built: dict[str, Path]) -> Iterator[Root]:
                         draft / "root.tar"], check=True, stdin=subprocess.DEVNULL)
 
     archive = cache.entry(f"roots/{cache.name_for(release, names)}", fill) / "root.tar"
-    directory = Path(tempfile.mkdtemp(prefix="root-"))
-    directory.chmod(0o755)
-    try:
-        yield Root(archive, directory)
-    finally:
-        shutil.rmtree(directory)
-
-
-def version_of(root: Root) -> str:
-    """What the installed program calls itself."""
-    assert "--check-only" in root.run("updater --help")
-    log = root.run("updater --log-to-stderr --check-only --conf-file=/usr/share/doc/updater/examples/updater.conf 2>&1"
-                   " || true")
-    return re.search("^INFO: updater version ([^,]+),", log, re.MULTILINE)[1]
+    with tempfile.TemporaryDirectory(prefix="root-") as directory:
+        Path(directory).chmod(0o755)
+        yield Root(archive, Path(directory))
 
 
 @pytest.mark.long
@@ -181,19 +159,16 @@ def test_debian(root: Root, built: dict[str, Path]) -> None:
     root.run("dpkg -i /updater.deb")
     assert root.services() == ["start updater.timer"]
     listed = [path for path in root.run("dpkg -L updater").split() if path not in root.before]
-    assert root.modes(listed) == PACKED | OF_DEBIAN
+    assert modes(root.directory, listed) == PACKED | OF_DEBIAN
     assert root.run("dpkg-query -f '${Conffiles}' -W updater | awk '{print $1}'").split() == [
         path for path in PACKED if path.startswith("/etc/")]
-    assert root.run("dpkg-query -f '${Version}' -W updater") == version_of(root)
+    assert root.run("dpkg-query -f '${Version}' -W updater") == root.version()
     assert root.states() == ["enabled", "enabled", "static"]
     assert len(list(root.path("/etc").glob("rc?.d/S??updater-boot"))) == 1
 
-    root.run("echo >>/etc/cron.d/updater; echo READY >/var/lib/updater/status;"
-             " touch /var/log/updater/updater.log /var/cache/updater/file")
+    root.run("echo READY >/var/lib/updater/status; touch /var/log/updater/updater.log /var/cache/updater/file")
     root.run("dpkg -i /updater.deb")  # as an update does
     assert root.services() == []
-    assert root.path("/etc/cron.d/updater").read_text().endswith("\n\n")
-
     root.run("dpkg -r updater")
     assert root.services() == ["stop updater.timer"]
     assert "enabled" not in root.states()
@@ -213,10 +188,9 @@ def test_rpm(root: Root, built: dict[str, Path]) -> None:
     root.run(f"{rpm} -i /system.rpm && {rpm} -i /updater.rpm")
     assert root.services() == []
     listed = root.run(f"{rpm} -ql updater").split()
-    assert root.modes(listed) == PACKED
-    assert root.run(f"{rpm} -V updater") == ""
+    assert modes(root.directory, listed) == PACKED
     assert root.run(f"{rpm} -qc updater").split() == ["/etc/cron.d/updater", "/etc/logrotate.d/updater"]
-    version = version_of(root)
+    version = root.version()
     assert root.run(f"{rpm} -q --qf '%{{VERSION}}' updater") == version
     provides = f"{rpm} -q --provides updater"
     assert f"updater-running = {version}" in root.run(provides).splitlines()
@@ -227,8 +201,8 @@ def test_rpm(root: Root, built: dict[str, Path]) -> None:
     assert root.services() == []
     assert root.path("/etc/cron.d/updater").read_text().endswith("\n\n")
     assert root.states() == ["disabled", "enabled", "static"]  # as the device had it
-    assert f"updater-running = {version_of(root)}" in root.run(provides).splitlines()
-    assert version_of(root) != version
+    assert f"updater-running = {root.version()}" in root.run(provides).splitlines()
+    assert root.version() != version
 
     root.run(f"{rpm} -e updater system; rm /*.rpm")
     assert root.services() == ["stop updater.timer"]

@@ -8,11 +8,10 @@ from conftest import PROJECT
 from scenes import HALF_STATE, NEW_STATE, set_up
 
 DIST = PROJECT / "dist"
-UNITS = sorted((DIST / "systemd").iterdir())
+UNITS = sorted(unit.name for unit in (DIST / "systemd").iterdir())
 CLEARED = ["REBOOTING\n", "REBOOTING", " \n\t\v\f\rREBOOTING\rCORRUPTED\n", "REBOOTING * \\\n"]
-KEPT = [*(word + "\n" for word in ("READY", "DELAYING", "ANALYZING", "DOWNLOADING", "TESTING", "UPDATING", "PKGSDONE",
-                                   "CORRUPTED", "rebooting", "REBOOTINGS", "xREBOOTING", "READY REBOOTING", "*",
-                                   "REBOOTING" * 4, "REB\0OOTING", "REBOOTING\0")), "", "\n \n", "x" * 5000 + " REBOOTING"]
+KEPT = ["READY\n", "CORRUPTED\n", "rebooting\n", "REBOOTINGS\n", "xREBOOTING\n", "READY REBOOTING\n", "*\n", "REBOOTING" * 4,
+        "REB\0OOTING", "REBOOTING\0", "", "\n \n", "x" * 5000 + " REBOOTING"]
 
 
 def install(device, path, at):
@@ -20,13 +19,11 @@ def install(device, path, at):
     return device.write(f"/device/layer/{at}", (DIST / path).read_bytes(), (DIST / path).stat().st_mode & 0o777)
 
 
-@pytest.mark.parametrize("shell", [shell for shell in ("dash", "busybox") if shutil.which(shell)])
+@pytest.mark.parametrize("shell", [shell for shell in ("/usr/bin/dash", "/usr/bin/busybox sh") if shutil.which(shell.split()[0])])
 def test_only_the_word_rebooting_is_cleared(device, shell):
-    shell = "/usr/bin/dash" if shell == "dash" else "/usr/bin/busybox sh"
     install(device, "clear-rebooting", "libexec/updater/clear-rebooting")
     clear, status = f"{shell} /usr/libexec/updater/clear-rebooting", "/var/lib/updater/status"
-    contents = CLEARED + KEPT
-    for number, content in enumerate(contents):
+    for number, content in enumerate(CLEARED + KEPT):
         device.write(f"/tmp/cases/{number:02}", content)
     device.write("/tmp/here/REBOOTING", "")  # what the word "*" would become
     result = device.shell(f"""cd /tmp/here; for case in $(ls /tmp/cases); do
@@ -44,9 +41,8 @@ def test_the_init_script_clears_at_a_start_only(device):
     install(device, "clear-rebooting", "libexec/updater/clear-rebooting")
     device.write("/tmp/init", (DIST / "init/updater-boot").read_bytes(), 0o755)
     device.status = "REBOOTING"
-    for word in ("stop", "restart", "force-reload", "status"):
-        assert device.shell(f"/tmp/init {word}").returncode == 0
-    assert (device.shell("/tmp/init").returncode, device.status) == (3, "REBOOTING")
+    for word, code in (("stop", 0), ("restart", 0), ("force-reload", 0), ("status", 0), ("", 3)):
+        assert (device.shell(f"/tmp/init {word}").returncode, device.status) == (code, "REBOOTING")
     assert (device.shell("/tmp/init start").returncode, device.status) == (0, "")
 
 
@@ -108,20 +104,16 @@ def test_cron_starts_it_where_systemd_does_not(device):
 def test_the_system_takes_the_files(device):
     """By its own judges: systemd-analyze, systemd-tmpfiles, logrotate."""
     for unit in UNITS:
-        install(device, f"systemd/{unit.name}", f"lib/systemd/system/{unit.name}")
+        install(device, f"systemd/{unit}", f"lib/systemd/system/{unit}")
     for script in ("clear-rebooting", "ensure-reboot"):
         install(device, script, f"libexec/updater/{script}")
     install(device, "tmpfiles/updater.conf", "lib/tmpfiles.d/updater.conf")
     device.write("/device/layer/sbin/updater", "", 0o755)
-    names = " ".join(unit.name for unit in UNITS)
-    verified = device.shell(f"systemd-analyze verify --man=no {names}")
-    assert (verified.returncode, verified.stderr) == (0, "")
-    made = device.shell("""rmdir /var/lib/updater /var/log/updater /var/cache/updater
-        systemd-tmpfiles --create --prefix=/var /usr/lib/tmpfiles.d/updater.conf
-        stat -c '%a %U' /var/lib/updater /var/log/updater /var/cache/updater""")
-    assert (made.stdout, made.stderr) == ("755 root\n" * 3, "")
-
     device.write("/etc/logrotate.d/updater", (DIST / "logrotate/updater").read_bytes())
-    device.write("/var/log/updater/updater.log", "x" * 2_000_000)
-    rotated = device.shell("logrotate --state /tmp/state /etc/logrotate.d/updater; ls /var/log/updater")
-    assert (rotated.stdout, rotated.stderr) == ("updater.log.1\n", "")
+    result = device.shell(f"""systemd-analyze verify --man=no {" ".join(UNITS)} || echo refused
+        rmdir /var/lib/updater /var/log/updater /var/cache/updater
+        systemd-tmpfiles --create --prefix=/var /usr/lib/tmpfiles.d/updater.conf
+        stat -c '%a %U' /var/lib/updater /var/log/updater /var/cache/updater
+        head -c 2000000 /dev/zero >/var/log/updater/updater.log
+        logrotate --state /tmp/state /etc/logrotate.d/updater; ls /var/log/updater""")
+    assert (result.stdout, result.stderr) == ("755 root\n" * 3 + "updater.log.1\n", "")
