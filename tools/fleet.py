@@ -11,7 +11,7 @@ from collections import Counter
 from collections.abc import Callable
 
 FLEETS = (10_000, 100_000, 1_000_000)
-#: Bytes to the server and from it, as test_publishing.py measures them: index of 1,189 bytes, primary file of 797.
+#: Bytes to the server and from it, in clear as test_publishing.py measures them: index of 1,189 bytes, primary file of 797.
 CHECKS = {"http": {"unchanged": (221, 1429), "changed": (377, 2465)},
           "https": {"unchanged": (864, 2794), "changed": (1042, 3850)}}
 #: An update that is worth a look ahead: the primary file of 1,000 names, and packages.
