@@ -1,22 +1,19 @@
 // Each file of tests/cases/resolver/ is a case. Its lines:
 //
-//   installed NAME EVR  ..        packages of the device
-//   available NAME EVR  ..        packages of the repository, in file order
-//     group G | requires D, .. | provides D, .. | obsoletes D, ..
-//                                 of the last package above; D as in "foo >= 1"
+//   installed NAME EVR [PART..]; ..     packages of the device
+//   available NAME EVR [PART..]; ..     packages of the repository, in file order
+//     PART: group G | requires D, .. | provides D, .. | obsoletes D, ..; D as in "foo >= 1"
 //   include N.. | exclude N.. | excludegroup G.. | pull N..    the rules of the selection
 //   selected PACKAGE..            expected: the update set, in order
 //   closed PACKAGE..              expected: the set closed under its dependencies, if it differs
 //   missing D                     expected, one a line: what is unsatisfied in the end
 //   refused D                     expected, one a line: requires that this program does not meet
 
+#include "testing/cases.h"
 #include "resolver/closure.h"
 #include "resolver/resolver.h"
 #include "resolver/selection.h"
 #include "testing/packages.h"
-#include "testing/testing.h"
-
-#include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
@@ -32,50 +29,57 @@ struct Case {
         {"selected", ""}, {"closed", ""}, {"missing", ""}, {"refused", ""}};
 };
 
+PackageRecord readRecord(const std::string& sText)
+{
+    std::istringstream words(sText);
+    std::string sName, sEvr, sPart;
+    words >> sName >> sEvr;
+    std::map<std::string, std::string> parts;
+    for (std::string sWord; words >> sWord;) {
+        if (NameSet{"group", "requires", "provides", "obsoletes"}.contains(sWord)) {
+            sPart = sWord;
+        } else {
+            parts[sPart] += (parts[sPart].empty() ? "" : " ") + sWord;
+        }
+    }
+    PackageRecord package = makePackage(sName, sEvr);
+    package.group = parts["group"];
+    package.requires_ = parseDependencies(parts["requires"]);
+    package.provides = parseDependencies(parts["provides"]);
+    package.obsoletes = parseDependencies(parts["obsoletes"]);
+    return package;
+}
+
 Case readCase(const std::string& sPath)
 {
-    static const std::map<std::string, std::vector<Dependency> PackageRecord::*> vLists = {
-        {"requires", &PackageRecord::requires_},
-        {"provides", &PackageRecord::provides},
-        {"obsoletes", &PackageRecord::obsoletes}};
-    static const std::map<std::string, NameSet SelectionRules::*> vRules = {
-        {"include", &SelectionRules::includeNames},
-        {"exclude", &SelectionRules::excludeNames},
-        {"excludegroup", &SelectionRules::excludeGroups},
-        {"pull", &SelectionRules::pullNames}};
     Case result;
-    std::vector<std::pair<std::string, PackageRecord>> vPackages;
+    std::map<std::string, NameSet*> rules = {{"include", &result.rules.includeNames},
+                                             {"exclude", &result.rules.excludeNames},
+                                             {"excludegroup", &result.rules.excludeGroups},
+                                             {"pull", &result.rules.pullNames}};
     std::ifstream file(sPath);
-    for (std::string sLine; std::getline(file, sLine);) {
-        std::istringstream line(sLine);
-        std::string sKey;
-        std::string sRest;
-        std::getline(line >> sKey >> std::ws, sRest);
-        std::istringstream words(sRest);
-        const std::vector<std::string> vWords(std::istream_iterator<std::string>(words), {});
+    for (std::string sLine, sKey; std::getline(file, sLine);) {
+        std::istringstream words(sLine);
+        words >> sKey;
         if (sKey == "installed" || sKey == "available") {
-            for (std::size_t u = 0; u < vWords.size(); u += 2) {
-                vPackages.emplace_back(sKey, makePackage(vWords[u], vWords.at(u + 1)));
+            for (std::string sText; std::getline(words, sText, ';');) {
+                if (sKey == "installed") {
+                    result.installed.insertEqual(readRecord(sText));
+                } else {
+                    result.available.insertEqual(readRecord(sText));
+                }
             }
-        } else if (sKey == "group") {
-            vPackages.back().second.group = sRest;
-        } else if (vLists.contains(sKey)) {
-            vPackages.back().second.*vLists.at(sKey) = parseDependencies(sRest);
-        } else if (vRules.contains(sKey)) {
-            (result.rules.*vRules.at(sKey)).insert(vWords.begin(), vWords.end());
-        } else if (!sKey.empty() && sKey[0] != '#') {
-            result.expected.at(sKey) += allOf(vWords, std::identity(), " ");
+        }
+        for (std::string sWord; sKey[0] != '#' && words >> sWord;) {
+            if (rules.contains(sKey)) {
+                rules[sKey]->insert(sWord);
+            } else {
+                result.expected.at(sKey) += sWord + " ";
+            }
         }
     }
     if (result.expected["closed"].empty()) {
         result.expected["closed"] = result.expected["selected"];
-    }
-    for (const auto& [sKind, package] : vPackages) {
-        if (sKind == "installed") {
-            result.installed.insertEqual(package);
-        } else {
-            result.available.insertEqual(package);
-        }
     }
     result.installed.sort();
     result.available.sort();
