@@ -18,9 +18,12 @@ TEST(ReadProxyConfig, readsElements)
         {sFull + "<proxy server='' port='1'/>",
          "0 s:1 bypass u/p\n" + sMany + "ERROR: no 'server' attribute in 'proxy' element\n"},
         {sServer + "port='1'>" + sFull + "</proxy>", "1 s:1 bypass /\n"}};
-    for (const std::string sPort : {"65535", "-1", "80a", " ", "4294967297"}) {
-        vCases.emplace_back(sServer + "port='" + sPort + "'/>",
-                            "0 :0 /\nERROR: invalid port number '" + sPort + "'\n");
+    const auto refused = [&](const std::string& sPort) {
+        return std::pair(sServer + "port='" + sPort + "'/>",
+                         "0 :0 /\nERROR: invalid port number '" + sPort + "'\n");
+    };
+    for (const char* pPort : {"65535", "-1", "80a", " ", "4294967297"}) {
+        vCases.push_back(refused(pPort));
     }
     const TempDir dir;
     const auto read = [&](const std::string& sBody) {
