@@ -10,7 +10,6 @@ from scenes import NEW, OLD, set_up
 
 PAGES = {path.name: path.read_text() for path in sorted((PROJECT / "man").iterdir())}
 GUIDE = (PROJECT / "docs/operating.md").read_text(encoding="utf-8")
-REPORT = PAGES["updater-report.7"]
 SOURCE = re.sub(r'"\s*\n\s*"', "", "".join(path.read_text() for path in sorted((PROJECT / "src").rglob("*.[ch]*"))))
 LEVELS = ["INFO", "WARNING", "ERROR", "FATAL"]
 TEXT = r'"((?:[^"\\]|\\.)*)"'
@@ -45,29 +44,23 @@ def listed_messages(text):
     return [line.replace(r"\(dq", '"') for line in re.findall(r'^\.It Li "(.*)"$', text, re.MULTILINE)]
 
 
-class Grammar:
-    """As much of ABNF as the page uses, turned into regular expressions."""
+RULES = {"DIGIT": "%x30-39", "LF": "%x0A"} | dict(re.findall(r"^([\w-]+) += (.*(?:\n +.*)*)", PAGES["updater-report.7"], re.MULTILINE))
+SIGNS = {"/": "|", "(": "(?:", ")": ")", "[": "(?:", "]": ")?"}
 
-    SIGNS = {"/": "|", "(": "(?:", ")": ")", "[": "(?:", "]": ")?"}
 
-    def __init__(self, text):
-        self.rules = {"DIGIT": "%x30-39", "LF": "%x0A"} | dict(re.findall(r"^([\w-]+) += (.*(?:\n +.*)*)", text, re.MULTILINE))
-
-    def of(self, name):
-        return "".join(map(self._piece, re.findall(r'(?:%s)?"[^"]*"|%x[\dA-F-]+|\*?[\w-]+|[()\[\]/]', self.rules[name])))
-
-    def _piece(self, token):
+def pattern_of(rule):
+    """A rule of the grammar as a regular expression, for as much of ABNF as the page uses."""
+    def piece(token):
         if token.startswith("%x"):
             return "[" + "-".join(rf"\x{code}" for code in token[2:].split("-")) + "]"
         if '"' in token:
             return re.escape(token[3:-1]) if token.startswith("%s") else f"(?i:{re.escape(token[1:-1])})"
-        return self.SIGNS.get(token) or f"(?:{self.of(token.lstrip('*'))}){'*' * token.startswith('*')}"
-
-    def fits(self, name, text):
-        return re.fullmatch(self.of(name), text.encode().decode("latin-1")) is not None
+        return SIGNS.get(token) or f"(?:{pattern_of(token.lstrip('*'))}){'*' * token.startswith('*')}"
+    return "".join(map(piece, re.findall(r'(?:%s)?"[^"]*"|%x[\dA-F-]+|\*?[\w-]+|[()\[\]/]', RULES[rule])))
 
 
-GRAMMAR = Grammar("".join(blocks(REPORT)[:1] + blocks(section("updater-report.7", "ORDER"))))
+def fits(rule, text):
+    return re.fullmatch(pattern_of(rule), text.encode().decode("latin-1")) is not None
 
 
 def reports_of(lines):
@@ -176,16 +169,16 @@ def test_every_report_line_fits_the_grammar(runs):
     codes = {word: int(code) for word, code in re.findall(r"^\.Cm (\w+)\n(?:goes )?with (?:exit code )?(\d)", item("updater-report.7", "EXIT"), re.M)}
     seen = ""
     for kind, code, lines, quiet in runs:
-        assert [line for line in [*lines, *(quiet or [])] if not GRAMMAR.fits("log-line", line + "\n")] == []
+        assert [line for line in [*lines, *(quiet or [])] if not fits("log-line", line + "\n")] == []
         reports = reports_of(lines)
-        assert all(GRAMMAR.fits(rule, reports) for rule in ("process", kind)) and not reports_of(quiet or []), (kind, reports)
+        assert all(fits(rule, reports) for rule in ("process", kind)) and not reports_of(quiet or []), (kind, reports)
         assert codes[re.search(r"EXIT (\w+) ---\n$", reports)[1]] == code
         seen += reports
-    never = [rule for rule in re.findall(r"[\w-]+", GRAMMAR.rules["report-line"]) if not re.search(GRAMMAR.of(rule), seen)]
-    words = re.findall(r'%s"(\w+)"', GRAMMAR.rules["mode"] + GRAMMAR.rules["exit"])
+    never = [rule for rule in re.findall(r"[\w-]+", RULES["report-line"]) if not re.search(pattern_of(rule), seen)]
+    words = re.findall(r'%s"(\w+)"', RULES["mode"] + RULES["exit"])
     assert never + [word for word in words if f" {word} ---\n" not in seen] == [] and len(words) == 6
     for text in ("INFO: --- EXIT UNKNOWN ---\n", "INFO:   --- EXIT OK ---\n", "INFO: --- 01 UPDATE(S) ---\n", "INFO: --- EXIT OK ---"):
-        assert not GRAMMAR.fits("report-line", text)
+        assert not fits("report-line", text)
 
 
 def test_quiet_removes_what_the_page_says(runs):
@@ -195,14 +188,14 @@ def test_quiet_removes_what_the_page_says(runs):
     for _, _, loud, quiet in runs:
         if quiet is not None:
             assert [line for line in loud if line in quiet] == quiet
-            removed += [line for line in loud if line not in quiet and not GRAMMAR.fits("report-line", line + "\n")]
+            removed += [line for line in loud if line not in quiet and not fits("report-line", line + "\n")]
     assert [line for line in removed if not any(form.fullmatch(line) for form in forms)] == []
     assert [form.pattern for form in forms if not any(form.fullmatch(line) for line in removed)] == []
 
 
 def test_examples_of_report_lines(device):
     *examples, command = blocks(section("updater-report.7", "EXAMPLES"))
-    assert [example for example in examples if not GRAMMAR.fits("process", example)] == [] and len(examples) > 3
+    assert [example for example in examples if not fits("process", example)] == [] and len(examples) > 3
     set_up(device)
     assert device.shell(command).stdout == "4\n"
 
