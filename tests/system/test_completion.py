@@ -44,7 +44,8 @@ def type_into_bash(device, setup, keys):
     device.write("/tmp/rc", KEYS + setup)
     command, environment = device.command("/bin/bash", "--norc", "--noprofile", "--noediting", "-c",
                                           "exec /bin/bash --noprofile --rcfile /tmp/rc -i")
-    environment |= {"PATH": "/device/bin:/usr/bin", "TERM": "dumb", "INPUTRC": "/dev/null", "XDG_DATA_DIRS": "/srv/data", "HISTFILE": ""}
+    environment |= {"PATH": "/device/bin:/usr/bin", "TERM": "dumb", "INPUTRC": "/dev/null",
+                    "XDG_DATA_DIRS": "/srv/data", "HISTFILE": ""}
     master, slave = pty.openpty()
     shell = subprocess.Popen(command, stdin=slave, stdout=slave, stderr=slave, start_new_session=True, env=environment)
     os.close(slave)
@@ -59,7 +60,8 @@ def type_into_bash(device, setup, keys):
     return device.read("/tmp/lines").removesuffix("|\n").split("|\n")
 
 
-@pytest.mark.parametrize("setup", [f"set -u; shopt -s failglob nullglob; IFS=x; {LOAD}", ". /usr/share/bash-completion/bash_completion"])
+@pytest.mark.parametrize("setup", [
+    f"set -u; shopt -s failglob nullglob; IFS=x; {LOAD}", ". /usr/share/bash-completion/bash_completion"])
 def test_cases(device, setup):
     assert dict(zip(CASES, type_into_bash(device, setup, CASES), strict=True)) == CASES
     assert device.calls == []

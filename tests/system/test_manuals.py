@@ -44,7 +44,8 @@ def listed_messages(text):
     return [line.replace(r"\(dq", '"') for line in re.findall(r'^\.It Li "(.*)"$', text, re.MULTILINE)]
 
 
-RULES = {"DIGIT": "%x30-39", "LF": "%x0A"} | dict(re.findall(r"^([\w-]+) += (.*(?:\n +.*)*)", PAGES["updater-report.7"], re.MULTILINE))
+RULES = {"DIGIT": "%x30-39", "LF": "%x0A"}
+RULES |= dict(re.findall(r"^([\w-]+) += (.*(?:\n +.*)*)", PAGES["updater-report.7"], re.MULTILINE))
 SIGNS = {"/": "|", "(": "(?:", ")": ")", "[": "(?:", "]": ")?"}
 
 

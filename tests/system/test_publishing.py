@@ -19,7 +19,8 @@ APP, APP2, LIB, LIB2 = (Package(name, evr) for name in ("app", "lib") for evr in
 UPDATER, NAV, CORE = Package("updater", "1.1-1"), Package("nav", "1-1"), Package("nav-core", "2-1", obsoletes=("nav < 2",))
 CORE_WITH_MAPS = Package("nav-core", "2-1", obsoletes=("nav < 2",), requires=("nav-maps",))
 MAPS = Package("nav-maps", "2-1", obsoletes=("nav < 2",), group="Extras")
-PAIR, FILES = [LIB, Package("lib-data", "1-1", requires=("lib = 1-1",))], Package("lib-files", "2-1", obsoletes=("lib-data < 2",))
+PAIR = [LIB, Package("lib-data", "1-1", requires=("lib = 1-1",))]
+FILES = Package("lib-files", "2-1", obsoletes=("lib-data < 2",))
 SIGNER = """export GNUPGHOME=/root GPG_TTY=; gpg --batch -q --pinentry-mode loopback --passphrase '' --quick-gen-key \
 'Example <packages@example.com>' rsa2048 sign 0; gpg --armor --export >/root/key; gpgconf --kill all; rpm --import /root/key"""
 HOOK = "printf '#!/bin/sh\n[ $1 != init ] || [ ! -e /opt/key ] || rpm --import /opt/key' >/usr/lib/updater/hook"
@@ -38,7 +39,8 @@ def make(device, offered=(APP2,), installed=(APP,), new=(), before="", uri="file
 
 
 SCENES = {
-    "recipe": dict(offered=[Package("app", "2-1", key=""), Package("lib", "2-1", key="")], installed=[APP, LIB], before=f"rm -r repodata; {SIGNER}"),
+    "recipe": dict(offered=[Package("app", "2-1", key=""), Package("lib", "2-1", key="")],
+                   installed=[APP, LIB], before=f"rm -r repodata; {SIGNER}"),
     "sha256": {},
     "sha256 of packages": {},
     "compression": {},
@@ -47,7 +49,8 @@ SCENES = {
     "gap": dict(offered=[], new=[APP2]),
     "link": dict(offered=[], new=[APP2], before="ln -s repo ../current; updater -n", uri="/srv/current"),
     "gone": dict(uri="http://localhost:8080/repo"),
-    "architectures": dict(offered=[Package("app", "2-1", arch=arch) for arch in ("x86_64", "i686")], installed=[Package("app", "1-1", arch="x86_64")]),
+    "architectures": dict(offered=[Package("app", "2-1", arch=arch) for arch in ("x86_64", "i686")],
+                          installed=[Package("app", "1-1", arch="x86_64")]),
     "release": dict(offered=[Package("app", "2-1", requires=("libfoo > 2-1",)), Package("lib", "2-2", provides=("libfoo = 2",))]),
     "strict": dict(offered=[LIB2, FILES], installed=PAIR),
     "strict mended": dict(offered=[Package("lib", "2-1", provides=("lib = 1-1",)), FILES], installed=PAIR),
