@@ -118,23 +118,12 @@ def httpd(device: Device, password: str = "", tls: dict[int, Path] | None = None
     device.serve("/usr/sbin/apache2", "-X", "-f", "/srv/httpd/conf", port=max([8080, *tls]))
 
 
-def scripted(device: Device, *answers: list | None) -> None:
-    """On port 8080, as server or proxy: answers each request in turn, and closes the connection each time. An answer is
-    a list of texts to send, of seconds to wait, of None to reset the connection and True to leave it open; None instead
-    of a list gives the file of that path, as does every request behind the last answer. A line of its log is path, Host
-    and Authorization."""
+def scripted(device: Device, *answers: list | int | None, port: int = 8080) -> None:
+    """Answers each request in turn, as a server or as a proxy, and closes the connection each time. An answer is a list of
+    texts to send, of seconds to wait, of None to reset the connection and True to leave it open; None instead of a list
+    gives the file of that path or, for a CONNECT, a tunnel, as does all behind the last answer; a number gives a tunnel
+    that stalls behind so many bytes from the origin or, negative, to it. TLS goes to port 8443 by such a tunnel, too.
+    A line of its log is a whole request."""
     device.write("/srv/scripted/answers", json.dumps(answers))
     device.write("/srv/scripted/server", Path(__file__).with_name("scripted.py").read_bytes())
-    device.serve("/usr/bin/python3", "-I", "/srv/scripted/server", port=8080)
-
-
-def tunnel(device: Device, *answers: str | int | None) -> None:
-    """A proxy on port 3128. Each CONNECT gets the next answer, the last one for ever: a status with header lines,
-    after which the connection stays open; None for a tunnel; a number for one that stalls behind so many bytes from
-    the origin or, negative, to it. It answers requests in clear like the origin, once they have shown it a password.
-    Port 8444 leads to port 8443 in the same way. A line of its log is a whole request, or how much came at the end."""
-    texts = [f"HTTP/1.1 {answer}\r\nContent-Length: 0\r\n\r\n" if isinstance(answer, str) else answer for answer in answers]
-    device.write("/srv/tunnel/answers", json.dumps(texts))
-    device.write("/srv/tunnel/proxy", Path(__file__).with_name("tunnel.py").read_bytes())
-    device.serve("/usr/bin/python3", "-I", "/srv/tunnel/proxy", port=3128)
-    use_proxy(device, bypassLocalNetwork="off", username="me", password="secret")
+    device.serve("/usr/bin/python3", "-I", "/srv/scripted/server", str(port), port=port)

@@ -1,5 +1,6 @@
 """A server that misbehaves in every way that a network can, and the exact lines that follow."""
 
+import re
 import time
 
 import pytest
@@ -33,17 +34,13 @@ def waiting(device):
     return point_at(set_up(device), URI)
 
 
-CHUNKED = reply("200 OK", "Transfer-Encoding: chunked")
 CUT = reply("200 OK", "Content-Length: 99", body="<repomd>")
 BROKEN = [
     ([], f"Could not read status line: {CLOSED}"),
-    (["HTTP/1.1 20"], f"Could not read status line: {CLOSED}"),
     ([None], "Could not read status line: Connection reset by peer"),
     (["SSH-2.0-server\r\n\r\n"], "Could not parse response status line"),
     (CUT, f"Could not read response body: {CLOSED}"),
-    (reply("200 OK", "Content-Length: 99999", body="x" * 9999), f"Could not read response body: {CLOSED}"),
-    ([*CHUNKED, "9\r\n<repomd/>\r\n"], f"Could not read chunk size: {CLOSED}"),
-    ([*CHUNKED, "zz\r\n"], "Could not parse chunk size"),
+    (reply("200 OK", "Transfer-Encoding: chunked", body="zz\r\n"), "Could not parse chunk size"),
     (moved("http://[::1"), "Could not parse redirect destination URL"),
 ]
 
@@ -58,7 +55,7 @@ def test_three_requests_and_no_more(waiting, answer, text):
     assert waiting.read("/var/cache/updater/base/repomd.xml") == waiting.read(f"/srv/repo/{INDEX}")
 
 
-FINAL = ("404 Not Found", "500 Internal Server Error", "304 Not Modified", "308 Permanent Redirect", "302 Found")
+FINAL = ("404 Not Found", "304 Not Modified", "308 Permanent Redirect", "302 Found")
 TOO_MANY = ["ERROR: maximum number of redirects (5) exceeded", *NO_INDEX]
 UNUSABLE = "ERROR: cannot create fetcher for redirection to '{}'"
 REFUSED = "could not connect to server"
@@ -68,23 +65,17 @@ BAD_INDEX = [f"ERROR: failed parsing repository metadata from '{INDEX}'", *NO_IN
 @pytest.mark.parametrize("answers, lines, hosts", [
     *(([reply(status, "Content-Length: 0")], failed(status), ["127.0.0.1"]) for status in FINAL),
     ([reply("204 No Content")], BAD_INDEX, ["127.0.0.1"]),
-    ([reply("200 OK", "Content-Length: 40", body="{}")], BAD_INDEX, ["127.0.0.1"]),  # longer than it says
     ([reply("206 Partial Content", body="{}")], GOOD, ["127.0.0.1"] * 2),
-    ([["H", 0.02, "TTP/1.1 200", 0.02, " OK\r\n", 0.02, "\r\n", 0.02, "{}"]], GOOD, ["127.0.0.1"] * 2),
-    ([moved(URI)] * 5, GOOD, ["127.0.0.1"] * 7),
     ([moved("http://localhost:8080/x")] * 5, GOOD, ["127.0.0.1", *["localhost"] * 5, "127.0.0.1"]),
     ([moved("http://localhost:8080/x"), None] * 2, GOOD, ["127.0.0.1", "localhost"] * 2),
     ([moved("http://localhost:8080/x")] * 6, TOO_MANY, ["127.0.0.1", *["localhost"] * 5]),
-    ([moved("/elsewhere")] * 6, TOO_MANY, ["127.0.0.1"] * 6),
     ([moved("file:///nowhere")], GOOD, ["127.0.0.1"] * 2),  # gives the same path of the local files
     ([moved("file://far/x")],
      ["ERROR: only local file: URIs supported", UNUSABLE.format("file://far/x"), *NO_INDEX], ["127.0.0.1"]),
     ([moved("ftp://%n%s/")], ["ERROR: scheme 'ftp' not supported", UNUSABLE.format("ftp://%n%s/"), *NO_INDEX], ["127.0.0.1"]),
     ([reply("404 %n%s\x1b[2J\rINFO: x\x7f", "Content-Length: 0")], failed("404 %n%s [2J INFO: x "), ["127.0.0.1"]),
     ([moved("http://localhost:8080/login"), reply("200 OK", body="<html>Please log in")], BAD_INDEX, ["127.0.0.1", "localhost"]),
-    ([moved("http://localhost:8080/login"), moved(URI)] * 3, TOO_MANY, ["127.0.0.1", "localhost"] * 3),
     ([moved("http://a\x1b/")], ["ERROR: got redirect with unparseable location", *NO_INDEX], ["127.0.0.1"]),
-    ([moved("http://[::1]")], [retrying(REFUSED), retrying(REFUSED), *failed(REFUSED)], ["127.0.0.1"]),
     ([moved("http://localhost:9/")], [retrying(REFUSED), retrying(REFUSED), *failed(REFUSED)], ["127.0.0.1"]),
     ([moved("http://far.test/")], failed(
         "server or proxy hostname lookup failed", "ERROR: make sure that a network gateway and DNS servers are configured",
@@ -96,9 +87,9 @@ def test_answers(waiting, answers, lines, hosts):
                         for answer in answers))
     seen = check(waiting)
     assert seen[0 if lines != BAD_INDEX else -len(lines):] == lines  # libxml2 has its say there
-    paths, places = zip(*(line.split() for line in log_of(waiting, "scripted")), strict=True)
-    assert (places, set(paths)) == (tuple(f"{host}:8080" for host in hosts), {
-        f"/srv/repo/{path}" for path in ((INDEX, PRIMARY) if lines == GOOD else (INDEX,))})
+    asked = re.findall(r"GET (\S+) .*\|Host: ([^:|]+):8080", "\n".join(log_of(waiting, "scripted")))
+    assert [host for _, host in asked] == hosts
+    assert {path for path, _ in asked} == {f"/srv/repo/{path}" for path in ((INDEX, PRIMARY) if lines == GOOD else (INDEX,))}
     assert [file.name for file in cache.parent.glob("repomd*")] == ["repomd.xml"]
     assert (cache.read_text() == "older") == (lines[0] not in (GOOD[0], BAD_INDEX[0]))
 
