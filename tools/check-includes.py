@@ -18,6 +18,7 @@ MAY = {
     "resolver": VALUES | {"config", "rpmdb"},
     "repository": VALUES | {"config", "net"},
     "control": VALUES | {"config", "rpmdb", "net", "resolver", "repository"},
+    "publisher": VALUES | {"config", "rpmdb", "net", "resolver", "repository", "control"},
 }
 
 

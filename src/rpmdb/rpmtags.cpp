@@ -115,6 +115,9 @@ bool readDependencies(Header header, rpmTagVal nameTag, std::vector<Dependency>&
     } else if (nameTag == RPMTAG_PROVIDENAME) {
         bOk = readDependencyList(header, nameTag, RPMTAG_PROVIDEFLAGS, RPMTAG_PROVIDEVERSION,
                                  vEntries);
+    } else if (nameTag == RPMTAG_OBSOLETENAME) {
+        bOk = readDependencyList(header, nameTag, RPMTAG_OBSOLETEFLAGS, RPMTAG_OBSOLETEVERSION,
+                                 vEntries);
     } else {
         logMessage(ERROR, "unrecognized dependency tag %i", nameTag);
         return false;

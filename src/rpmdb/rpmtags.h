@@ -19,7 +19,7 @@
 /// Adds a list of dependencies, without those on features of rpm itself and those that
 /// carry the old bit of a prerequisite. A package need not have the list.
 ///
-/// @param nameTag  RPMTAG_REQUIRENAME or RPMTAG_PROVIDENAME, which tells the list.
+/// @param nameTag  RPMTAG_REQUIRENAME, RPMTAG_PROVIDENAME or RPMTAG_OBSOLETENAME, which tells the list.
 /// @param vEntries  unchanged on failure.
 /// @return         false if the three tags of the list do not fit together (logged at ERROR).
 [[nodiscard]] bool readDependencies(Header header, rpmTagVal nameTag,

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "publisher/offer.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+/// A device as it may be in the field.
+struct DeviceState {
+    std::string name;
+    std::shared_ptr<const InstalledPackageSet> packages;  ///< never null once it was made
+    std::string database;  ///< directory of an rpm database of its own; empty if there is none
+};
+
+/// What the making of all states takes.
+struct StateSetting {
+    std::string temporary;          ///< with its slash
+    std::vector<std::string> keys;  ///< key files that devices have
+    NameSet asked;                  ///< paths that packages of the repository require
+    bool databases = true;          ///< false: as values only, as far as possible
+};
+
+// Each returns false, with `sFault` set, if the state cannot be made.
+
+[[nodiscard]] bool makeEmptyState(const StateSetting& setting, DeviceState& state,
+                                  std::string& sFault);
+[[nodiscard]] bool makeRootState(const StateSetting& setting, const std::string& sRoot,
+                                 DeviceState& state, std::string& sFault);
+[[nodiscard]] bool makeListedState(const StateSetting& setting, const std::string& sList,
+                                   DeviceState& state, std::string& sFault);
+
+/// A device that has the newest version of everything that a repository offers.
+[[nodiscard]] bool makeBaselineState(const StateSetting& setting, const Offer& previous,
+                                     DeviceState& state, std::string& sFault);
+
+/// What rpm keeps of a package that it has installed.
+[[nodiscard]] PackageRecord installedRecord(const Package& package);
+
+/// Those of the paths that a package of a database owns or provides.
+[[nodiscard]] NameSet ownedPaths(const std::string& sDatabase, const NameSet& asked);

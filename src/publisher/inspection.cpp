@@ -1,0 +1,178 @@
+#include "publisher/inspection.h"
+
+#include "publisher/foreseenrun.h"
+#include "publisher/packagefiles.h"
+#include "publisher/privatedatabase.h"
+#include "publisher/relations.h"
+#include "support/childprocess.h"
+#include "support/signalnote.h"
+
+#include <algorithm>
+#include <memory>
+#include <utility>
+
+namespace {
+
+class Inspection {
+public:
+    Inspection(const CheckOptions& options, const Config& config, std::string sTemporary,
+               DeviceLog& log, Report& report)
+        : m_options(options),
+          m_config(config),
+          m_log(log),
+          m_report(report),
+          m_sTemporary(std::move(sTemporary)),
+          m_offer(options.repository, m_sTemporary, "repository"),
+          m_previous(options.previous, m_sTemporary, "previous")
+    {
+    }
+
+    bool go(std::string& sFailure);
+
+private:
+    [[nodiscard]] bool readPrevious(std::string& sFailure);
+    [[nodiscard]] bool makeStates(std::string& sFailure);
+    void lookAtFiles();
+    void lookAtPaths();
+    void foresee();
+
+    const CheckOptions& m_options;
+    const Config& m_config;
+    DeviceLog& m_log;
+    Report& m_report;
+    std::string m_sTemporary;
+    Offer m_offer;
+    Offer m_previous;
+    StateSetting m_setting;
+    PackageFiles m_files;
+    std::vector<DeviceState> m_vStates;
+};
+
+bool Inspection::readPrevious(std::string& sFailure)
+{
+    if (m_options.previous.empty()) {
+        return true;
+    }
+    Findings findings;
+    if (!m_previous.read(m_log, findings)) {
+        sFailure = "the previous repository cannot be read: " + findings.front().text;
+        return false;
+    }
+    compareWithPrevious(m_offer.packages(), m_previous.packages(), m_report.findings);
+    return true;
+}
+
+bool Inspection::makeStates(std::string& sFailure)
+{
+    const auto make = [&](auto maker, const auto&... arguments) {
+        DeviceState state;
+        const bool bMade = maker(m_setting, arguments..., state, sFailure);
+        if (bMade) {
+            m_vStates.push_back(std::move(state));
+        }
+        return bMade;
+    };
+    return (!m_options.empty || make(makeEmptyState)) &&
+           (!m_options.baseline || make(makeBaselineState, m_previous)) &&
+           std::all_of(m_options.roots.begin(), m_options.roots.end(),
+                       [&](const std::string& sRoot) { return make(makeRootState, sRoot); }) &&
+           std::all_of(m_options.installed.begin(), m_options.installed.end(),
+                       [&](const std::string& sList) { return make(makeListedState, sList); });
+}
+
+void Inspection::lookAtFiles()
+{
+    if (m_options.metadataOnly) {
+        return;
+    }
+    m_offer.fetchPackages();
+    std::string sKeys;
+    if (!m_options.keys.empty()) {
+        sKeys = m_sTemporary + "keys";
+        if (!makeDatabase(sKeys, m_options.keys, [](const AddHeader&) { return true; })) {
+            sKeys.clear();
+            m_report.findings.push_back({"key", Severity::ERROR, m_options.keys.front(),
+                                         "the keys cannot be read", "", "give armoured public keys",
+                                         "", m_log.take()});
+        }
+    }
+    m_files = inspectFiles(m_offer, m_setting.asked, sKeys, m_log, m_report.findings);
+    findUnnamedFiles(m_offer, m_report.findings);
+}
+
+/// Finds required paths that nobody has.
+void Inspection::lookAtPaths()
+{
+    NameSet missing;
+    std::set_difference(m_setting.asked.begin(), m_setting.asked.end(), m_files.owned.begin(),
+                        m_files.owned.end(), std::inserter(missing, missing.end()));
+    for (const DeviceState& state : m_vStates) {
+        if (!state.database.empty()) {
+            for (const std::string& sPath : ownedPaths(state.database, missing)) {
+                missing.erase(sPath);
+            }
+        }
+    }
+    for (const std::string& sPath : missing) {
+        m_report.findings.push_back(
+            {"file-require",
+             m_vStates.empty() ? Severity::NOTE : Severity::WARNING,
+             sPath,
+             "packages require this file, and no package here or on a device has it",
+             "bring nothing in for it; rpm refuses the installation where it is missing",
+             "require the package that owns it, and publish that",
+             "",
+             {}});
+    }
+}
+
+void Inspection::foresee()
+{
+    ChildProcess rpm("rpm");
+    rpm.addArgument("--version");
+    const bool bRpm = !m_options.metadataOnly && rpm.run() && rpm.exited && rpm.exitCode == 0;
+    for (DeviceState& state : m_vStates) {
+        if (signalNoted == 0) {
+            m_report.runs.push_back(foreseeRun(m_config,
+                                               {&m_offer, &state, !m_options.metadataOnly, bRpm},
+                                               m_log, m_report.findings));
+        }
+    }
+}
+
+bool Inspection::go(std::string& sFailure)
+{
+    Findings& findings = m_report.findings;
+    if (!m_offer.read(m_log, findings)) {
+        return true;
+    }
+    m_report.packages = m_offer.packages().size();
+    m_setting.temporary = m_sTemporary;
+    m_setting.keys = m_options.keys;
+    m_setting.databases = !m_options.metadataOnly;
+    m_setting.asked = requiredPaths(m_offer.packages());
+    lookAtFiles();
+    checkOffered(m_offer.contents(), m_files.architectures, findings);
+    checkConfiguredNames(m_config, m_offer.packages(), findings);
+    if (!readPrevious(sFailure) || !makeStates(sFailure)) {
+        return false;
+    }
+    std::vector<const PackageSet*> vInstalled;
+    for (const DeviceState& state : m_vStates) {
+        vInstalled.push_back(state.packages.get());
+    }
+    checkRequires(m_offer.packages(), vInstalled, findings);
+    if (!m_options.metadataOnly) {
+        lookAtPaths();
+    }
+    foresee();
+    return true;
+}
+
+}  // namespace
+
+bool inspect(const CheckOptions& options, const Config& config, const std::string& sTemporary,
+             DeviceLog& log, Report& report, std::string& sFailure)
+{
+    return Inspection(options, config, sTemporary, log, report).go(sFailure);
+}

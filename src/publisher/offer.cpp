@@ -1,0 +1,194 @@
+#include "publisher/offer.h"
+
+#include "support/files.h"
+#include "support/logger.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+#include <array>
+#include <climits>
+#include <cstdlib>
+#include <fstream>
+#include <utility>
+
+namespace {
+
+constexpr const char* k_pCommand =
+    "createrepo_c --checksum sha --general-compress-type gz --simple-md-filenames --no-database";
+
+/// The absolute path of a directory, with a slash at its end; empty for a URL.
+std::string directoryOf(const std::string& sSource)
+{
+    const std::string sScheme = "file://";
+    if (sSource.find("://") != std::string::npos && !sSource.starts_with(sScheme)) {
+        return {};
+    }
+    const std::string sPath =
+        sSource.starts_with(sScheme) ? sSource.substr(sScheme.size()) : sSource;
+    std::array<char, PATH_MAX> vAbsolute;
+    return std::string(realpath(sPath.c_str(), vAbsolute.data()) != nullptr ? vAbsolute.data()
+                                                                            : sPath.c_str()) +
+           "/";
+}
+
+Config configWithCache(const std::string& sTemporary)
+{
+    Config config;
+    config.cacheDir = sTemporary;
+    return config;
+}
+
+Finding refused(const std::string& sId, const std::string& sSubject, const std::string& sText,
+                const std::string& sMend)
+{
+    return {sId,
+            Severity::ERROR,
+            sSubject,
+            sText,
+            "end the run with an error, and install nothing",
+            sMend,
+            "",
+            {}};
+}
+
+std::string firstBytes(const std::string& sPath)
+{
+    std::array<char, 8> vBytes = {};
+    std::ifstream file(sPath, std::ios::binary);
+    file.read(vBytes.data(), vBytes.size());
+    return {vBytes.data(), static_cast<std::size_t>(file.gcount())};
+}
+
+/// Runs an action with DEBUG lines.
+///
+/// @return the last of them that is not an error of another kind.
+template <typename Action>
+std::string lastReason(DeviceLog& log, Action action)
+{
+    Logger& logger = Logger::instance();
+    const int iThreshold = logger.threshold();
+    static_cast<void>(log.take());
+    logger.setThreshold(DEBUG);
+    action();
+    logger.setThreshold(iThreshold);
+    const std::vector<std::string> vLines = log.take();
+    for (auto it = vLines.rbegin(); it != vLines.rend(); ++it) {
+        if (it->starts_with("DEBUG: ") && !it->starts_with("DEBUG: failed parsing ")) {
+            return it->substr(7);
+        }
+    }
+    return "it is not well-formed";
+}
+
+}  // namespace
+
+std::string foreignCompression(std::string_view sBegin)
+{
+    static constexpr std::array<std::pair<std::string_view, const char*>, 3> k_vKinds = {
+        {{"BZh", "bzip2"},
+         {"\xfd"
+          "7zXZ",
+          "xz"},
+         {"\x28\xb5\x2f\xfd", "zstd"}}};
+    for (const auto& [sMagic, pName] : k_vKinds) {
+        if (sBegin.starts_with(sMagic)) {
+            return pName;
+        }
+    }
+    return {};
+}
+
+Offer::Offer(const std::string& sSource, const std::string& sTemporary, const std::string& sId)
+    : m_sSource(sSource),
+      m_sDirectory(directoryOf(sSource)),
+      m_sCache(sTemporary + sId + "/"),
+      m_config(configWithCache(sTemporary)),
+      m_repoConfig{sId, sId, m_sDirectory.empty() ? sSource : m_sDirectory},
+      m_repository(m_config, m_repoConfig)
+{
+}
+
+bool Offer::read(DeviceLog& log, Findings& findings)
+{
+    static_cast<void>(log.take());
+    const bool bRead = m_repository.update("");
+    std::vector<std::string> vLines = log.take();
+    if (!bRead) {
+        findings.push_back(explainFailure(log, std::move(vLines)));
+    }
+    return bRead;
+}
+
+/// Why the metadata that lie in the cache are refused.
+Finding Offer::explainFailure(DeviceLog& log, std::vector<std::string> vLines) const
+{
+    ResourceSet resources;
+    Finding finding;
+    if (access((m_sCache + "repomd.xml").c_str(), R_OK) != 0) {
+        finding =
+            refused("no-index", m_sSource, "there is no index repodata/repomd.xml", k_pCommand);
+    } else if (!parseRepomd(m_sCache, resources)) {
+        const std::string sReason = lastReason(log, [&] {
+            ResourceSet again;
+            static_cast<void>(parseRepomd(m_sCache, again));
+        });
+        finding = refused("index-refused", k_pIndexLocation, sReason, k_pCommand);
+    } else if (!resources.contains("primary")) {
+        finding = refused("no-primary", k_pIndexLocation, "it names no primary file", k_pCommand);
+    } else {
+        const RepoResource& primary = *resources.find("primary");
+        const std::string& sPath = primary.localPath;
+        const std::string sKind = foreignCompression(firstBytes(sPath));
+        if (access(sPath.c_str(), R_OK) != 0) {
+            finding =
+                refused("no-primary", primary.location, "the index names it and it is missing",
+                        "publish the metadata as a whole, the index last");
+        } else if (primary.checksum.type != "sha" && primary.openChecksum.type != "sha") {
+            finding = refused("checksum-type", primary.location,
+                              "its checksum is of type '" + primary.checksum.type + "'",
+                              "createrepo_c --checksum sha");
+        } else if (!sKind.empty()) {
+            finding = refused("compression", primary.location, "it is compressed by " + sKind,
+                              "createrepo_c --general-compress-type gz");
+        } else if (primary.goodSum().empty()) {
+            finding = refused("primary-differs", primary.location,
+                              "it does not fit its checksum in the index",
+                              "publish the metadata as a whole, or run createrepo_c again");
+        } else {
+            finding = refused("primary-refused", primary.location, reasonFor(log, sPath), "");
+        }
+    }
+    finding.lines = std::move(vLines);
+    return finding;
+}
+
+/// What is wrong in a primary file, as the reader tells it.
+std::string Offer::reasonFor(DeviceLog& log, const std::string& sPrimary) const
+{
+    return lastReason(log, [&] {
+        PrimaryContents contents;
+        static_cast<void>(parsePrimary(sPrimary, contents));
+    });
+}
+
+void Offer::fetchPackages() const
+{
+    if (!m_sDirectory.empty()) {
+        return;
+    }
+    Downloader downloader;
+    if (!ensureDirectory(m_sCache + "packages/") || !downloader.open(m_sSource)) {
+        return;
+    }
+    for (const Package& package : packages()) {
+        // A missing one is found when it is looked at.
+        static_cast<void>(
+            downloader.download(std::string(package.location()), fileOf(package), false));
+    }
+}
+
+std::string Offer::fileOf(const Package& package) const
+{
+    return m_sDirectory.empty() ? m_repository.localPath(package)
+                                : m_sDirectory + std::string(package.location());
+}

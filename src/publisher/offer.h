@@ -1,0 +1,49 @@
+#pragma once
+
+#include "publisher/devicelog.h"
+#include "publisher/finding.h"
+#include "repository/repository.h"
+
+#include <string>
+
+/// What a repository offers, read as a device reads it, into a cache of its own.
+class Offer {
+public:
+    /// @param sSource     a directory or a URL.
+    /// @param sTemporary  a directory for all offers, with its slash.
+    /// @param sId         names a directory in there.
+    Offer(const std::string& sSource, const std::string& sTemporary, const std::string& sId);
+
+    /// Fetches and reads the metadata.
+    ///
+    /// @return false if a device would refuse them; why is among the findings, then.
+    [[nodiscard]] bool read(DeviceLog& log, Findings& findings);
+
+    /// Fetches the packages of a URL, as far as it has them. Does nothing for a directory.
+    void fetchPackages() const;
+
+    [[nodiscard]] const PrimaryContents& contents() const { return m_repository.contents(); }
+    [[nodiscard]] const PackageSet& packages() const { return m_repository.packages(); }
+
+    /// Where the file of a package lies, if it is there.
+    [[nodiscard]] std::string fileOf(const Package& package) const;
+
+    /// The directory of the repository, with its slash; empty for a URL.
+    [[nodiscard]] const std::string& directory() const { return m_sDirectory; }
+
+private:
+    [[nodiscard]] Finding explainFailure(DeviceLog& log, std::vector<std::string> vLines) const;
+    [[nodiscard]] std::string reasonFor(DeviceLog& log, const std::string& sPrimary) const;
+
+    std::string m_sSource;
+    std::string m_sDirectory;
+    std::string m_sCache;  ///< with its slash
+    Config m_config;
+    RepoConfig m_repoConfig;
+    Repository m_repository;
+};
+
+/// The name of the compression of a file that devices cannot read; empty for plain files and gzip.
+///
+/// @param sBegin  the first bytes of the file.
+[[nodiscard]] std::string foreignCompression(std::string_view sBegin);

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "packages/dependency.h"
+#include "publisher/devicelog.h"
+#include "publisher/finding.h"
+#include "publisher/offer.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// What the files of a repository's packages told.
+struct PackageFiles {
+    std::map<std::string, std::string, std::less<>> architectures;  ///< by location
+    NameSet owned;  ///< the paths among those asked for that a package owns
+};
+
+/// The newest package of each name: what devices look at.
+[[nodiscard]] std::vector<Package> newestOf(const PackageSet& packages);
+
+/// Looks at the file of each package: whether it is there and fits its checksum, whether its header
+/// says what the metadata say, and how it is signed. Says at a terminal how far it is.
+///
+/// @param asked  paths that packages require.
+/// @param sKeys  directory of an rpm database with the devices' keys, or empty.
+[[nodiscard]] PackageFiles inspectFiles(const Offer& offer, const NameSet& asked,
+                                        const std::string& sKeys, DeviceLog& log,
+                                        Findings& findings);
+
+/// Names the packages in the repository's directory that its metadata don't.
+void findUnnamedFiles(const Offer& offer, Findings& findings);

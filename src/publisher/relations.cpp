@@ -1,0 +1,361 @@
+#include "publisher/relations.h"
+
+#include "resolver/providerindex.h"
+#include "support/controls.h"
+#include "support/files.h"
+
+#include <algorithm>
+#include <functional>
+#include <set>
+
+namespace {
+
+using Architectures = std::map<std::string, std::string, std::less<>>;
+
+std::string fileName(const Package& package)
+{
+    return baseName(package.location());
+}
+
+void checkEmptiness(const PrimaryContents& contents, Findings& findings)
+{
+    const auto uSkipped = std::count(contents.skipped.begin(), contents.skipped.end(), '\0') / 2;
+    if (contents.packages.empty()) {
+        findings.push_back({"empty-repository",
+                            Severity::WARNING,
+                            "repository",
+                            uSkipped == 0 ? "it holds no package"
+                                          : "it holds no package that this machine can install",
+                            "find no update, and say that all is well",
+                            uSkipped == 0 ? "run createrepo_c in the directory of the packages"
+                                          : "look at it on a machine of the devices' architecture",
+                            "",
+                            {}});
+    } else if (uSkipped != 0) {
+        std::string sNames;
+        for (const auto& [sName, bCompatible] : contents.architectures) {
+            sNames += bCompatible ? "" : " " + printable(sName);
+        }
+        findings.push_back(
+            {"other-architecture",
+             Severity::NOTE,
+             "repository",
+             std::to_string(uSkipped) +
+                 " packages are of architectures that this machine cannot install:" + sNames,
+             "skip them with a warning, if they are like this machine",
+             "keep to one architecture in a repository",
+             "",
+             {}});
+    }
+}
+
+void checkChecksumTypes(const std::vector<Package>& vNewest, Findings& findings)
+{
+    std::map<std::string, unsigned> types;
+    for (const Package& package : vNewest) {
+        ++types[package.checksum().type];
+    }
+    types.erase("sha");
+    for (const auto& [sType, uCount] : types) {
+        findings.push_back({"checksum-type",
+                            Severity::ERROR,
+                            std::to_string(uCount) + " packages",
+                            "their checksums are of type '" + printable(sType) + "'",
+                            "announce the update, fetch each package twice and refuse it",
+                            "createrepo_c --checksum sha",
+                            "",
+                            {}});
+    }
+}
+
+void checkArchitectures(const PackageSet& packages, const Architectures& architectures,
+                        Findings& findings)
+{
+    for (std::uint32_t u = 0; u < packages.size();) {
+        const std::uint32_t uEnd = packages.endOfRun(u);
+        const Package first = packages[u];
+        std::set<std::string> kinds;
+        bool bTwice = false;
+        for (std::uint32_t uOne = u; uOne < uEnd; ++uOne) {
+            const auto known = architectures.find(packages[uOne].location());
+            kinds.insert(known != architectures.end() ? known->second : "");
+            for (std::uint32_t uOther = u; uOther < uOne; ++uOther) {
+                bTwice |= compareEvr(packages[uOther].evr(), packages[uOne].evr()) == 0;
+            }
+        }
+        kinds.erase("noarch");
+        kinds.erase("");
+        u = uEnd;
+        if (kinds.size() > 1 || bTwice) {
+            std::string sKinds;
+            for (const std::string& sKind : kinds) {
+                sKinds += " " + sKind;
+            }
+            findings.push_back(
+                {kinds.size() > 1 ? "architectures-compete" : "listed-twice",
+                 Severity::WARNING,
+                 first.name().str(),
+                 kinds.size() > 1 ? "it comes in several architectures:" + sKinds
+                                  : "one version is listed more than once",
+                 "take the newest version and, of equal ones, the first in the metadata",
+                 "keep to one architecture and one file of a version",
+                 "",
+                 {}});
+        }
+    }
+}
+
+void checkFileNames(const std::vector<Package>& vNewest, Findings& findings)
+{
+    std::map<std::string, std::string> owners;
+    for (const Package& package : vNewest) {
+        const auto [it, bNew] = owners.emplace(fileName(package), package.name().str());
+        if (!bNew) {
+            findings.push_back({"same-file-name",
+                                Severity::ERROR,
+                                fileName(package),
+                                "packages " + it->second + " and " + package.name().str() +
+                                    " have the same file name",
+                                "fetch nothing if both are due",
+                                "give them different names, whatever their directories",
+                                "",
+                                {}});
+        }
+    }
+}
+
+/// Letters to change, add or leave out to come from one name to the other.
+std::size_t distance(const std::string& sA, const std::string& sB)
+{
+    std::vector<std::size_t> vRow(sB.size() + 1);
+    for (std::size_t uB = 0; uB <= sB.size(); ++uB) {
+        vRow[uB] = uB;
+    }
+    for (std::size_t uA = 1; uA <= sA.size(); ++uA) {
+        std::size_t uDiagonal = std::exchange(vRow[0], uA);
+        for (std::size_t uB = 1; uB <= sB.size(); ++uB) {
+            const std::size_t uChanged = uDiagonal + (sA[uA - 1] == sB[uB - 1] ? 0 : 1);
+            uDiagonal = vRow[uB];
+            vRow[uB] = std::min({uChanged, vRow[uB] + 1, vRow[uB - 1] + 1});
+        }
+    }
+    return vRow.back();
+}
+
+void checkName(const std::string& sId, const std::string& sName, const NameSet& present,
+               const char* pDevices, Findings& findings)
+{
+    if (sName.empty() || present.contains(sName)) {
+        return;
+    }
+    std::string sMend = "correct the name, or publish it";
+    for (const std::string& sOther : present) {
+        if (distance(sName, sOther) <= std::min<std::size_t>(2, sName.size() / 3)) {
+            sMend = "did you mean " + sOther + "?";
+        }
+    }
+    findings.push_back({sId,
+                        Severity::WARNING,
+                        sName,
+                        "the configuration names it, and the repository has none of it",
+                        pDevices,
+                        sMend,
+                        "",
+                        {}});
+}
+
+/// A provide that misses a strict bound because one of both has no release; null if there is none.
+const Dependency* nearMiss(const Dependency& require, const DependencySet& provides)
+{
+    const bool bStrict = require.flags == LESS || require.flags == GREATER;
+    for (auto it = provides.lowerBound({require.name, {}, 0});
+         bStrict && it != provides.end() && it->name == require.name; ++it) {
+        if (it->flags == EQUAL && require.evr.release.empty() != it->evr.release.empty() &&
+            compareEvrBound(require.evr, it->evr) == 0) {
+            return &*it;
+        }
+    }
+    return nullptr;
+}
+
+DependencySet allProvides(const std::vector<Package>& vPackages)
+{
+    std::vector<Dependency> vAll;
+    for (const Package& package : vPackages) {
+        const DependencySet provides = package.provides();
+        vAll.insert(vAll.end(), provides.begin(), provides.end());
+    }
+    DependencySet all;
+    all.insertAll(std::move(vAll));
+    return all;
+}
+
+bool isMet(const Dependency& require, const DependencySet& provides)
+{
+    for (auto it = provides.lowerBound({require.name, {}, 0});
+         it != provides.end() && it->name == require.name; ++it) {
+        if (dependencyMatches(*it, require)) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+NameSet requiredPaths(const PackageSet& packages)
+{
+    const std::vector<Package> vNewest = newestOf(packages);
+    const DependencySet provides = allProvides(vNewest);
+    NameSet paths;
+    for (const Package& package : vNewest) {
+        for (const Dependency& require : package.needs()) {
+            if (require.name.view().starts_with('/') && !isMet(require, provides)) {
+                paths.insert(require.name.str());
+            }
+        }
+    }
+    return paths;
+}
+
+bool isProvided(const PackageSet& packages, const Dependency& require)
+{
+    for (const Package& package : packages) {
+        if (isMet(require, package.provides())) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void checkOffered(const PrimaryContents& contents, const Architectures& architectures,
+                  Findings& findings)
+{
+    const std::vector<Package> vNewest = newestOf(contents.packages);
+    checkEmptiness(contents, findings);
+    checkChecksumTypes(vNewest, findings);
+    checkArchitectures(contents.packages, architectures, findings);
+    checkFileNames(vNewest, findings);
+}
+
+void checkRequires(const PackageSet& packages, const std::vector<const PackageSet*>& vInstalled,
+                   Findings& findings)
+{
+    const std::vector<Package> vNewest = newestOf(packages);
+    const DependencySet provides = allProvides(vNewest);
+    const auto isInstalled = [&](const Dependency& require) {
+        return std::any_of(vInstalled.begin(), vInstalled.end(),
+                           [&](const PackageSet* pSet) { return isProvided(*pSet, require); });
+    };
+    for (const Package& package : vNewest) {
+        for (const Dependency& require : package.needs()) {
+            const std::string sRequire = dependencyText(require);
+            if (require.name.view().starts_with('(')) {
+                findings.push_back(
+                    {"rich-require",
+                     Severity::NOTE,
+                     fileName(package),
+                     "it requires " + printable(sRequire),
+                     "bring nothing in for it; rpm refuses the installation if it is "
+                     "not met",
+                     "require the package itself as well",
+                     "",
+                     {}});
+            } else if (isMet(require, provides)) {
+                continue;
+            } else if (require.name == Text("updater-running") && !isInstalled(require)) {
+                findings.push_back({"updater-running",
+                                    Severity::ERROR,
+                                    fileName(package),
+                                    "it requires " + sRequire + ", which nothing provides",
+                                    "never install it, and try the updater package alone",
+                                    "Provides: updater-running = VERSION in the updater package",
+                                    "",
+                                    {}});
+            } else if (const Dependency* pMiss = nearMiss(require, provides)) {
+                findings.push_back({"strict-bound",
+                                    Severity::WARNING,
+                                    fileName(package),
+                                    "it requires " + sRequire + ", and what comes next is " +
+                                        dependencyText(*pMiss),
+                                    "take the two for equal, as one has no release, and so the "
+                                    "require for unmet",
+                                    "write the release on both sides",
+                                    "",
+                                    {}});
+            }
+        }
+    }
+}
+
+void checkConfiguredNames(const Config& config, const PackageSet& packages, Findings& findings)
+{
+    NameSet names;
+    NameSet groups;
+    for (const Package& package : newestOf(packages)) {
+        names.insert(package.name().str());
+        groups.insert(package.group().str());
+    }
+    checkName("release-missing", config.releasePackage, names,
+              "report no FIRMWARE line, and install it with the rest if it has another name",
+              findings);
+    for (const std::string& sAddon : config.addonPackages) {
+        checkName("addon-missing", sAddon, names, "never install it, and say nothing", findings);
+    }
+    for (const std::string& sGroup : config.addonGroups) {
+        checkName("group-missing", sGroup, groups, "hold nothing back for it in the first pass",
+                  findings);
+    }
+}
+
+void compareWithPrevious(const PackageSet& packages, const PackageSet& previous, Findings& findings)
+{
+    for (const Package& old : newestOf(previous)) {
+        const auto [uFirst, uEnd] = packages.range(old.name());
+        if (uFirst == uEnd) {
+            bool bObsoleted = false;
+            for (const Package& package : packages) {
+                bObsoleted |= isMet(packageDependency(old), package.obsoletes());
+            }
+            if (!bObsoleted) {
+                findings.push_back({"disappeared",
+                                    Severity::WARNING,
+                                    old.name().str(),
+                                    packageText(old) + " was published, and nothing of it is left",
+                                    "keep what they have of it",
+                                    "publish it again, or let another package obsolete it",
+                                    "",
+                                    {}});
+            }
+            continue;
+        }
+        std::uint32_t uPlace = uFirst;
+        const Package now =
+            bestOfRun(packages, uPlace, [](const Package&, const Package&, bool) {});
+        const int iOrder = compareEvr(now.evr(), old.evr());
+        if (iOrder < 0) {
+            findings.push_back({"went-back",
+                                Severity::ERROR,
+                                fileName(now),
+                                packageText(old) + " was published, which is newer",
+                                "never install it where the newer one is",
+                                "publish the old contents under a higher version",
+                                "",
+                                {}});
+        }
+        const Checksum oldSum = old.checksum();
+        const Checksum newSum = now.checksum();
+        if (iOrder == 0 && fileName(now) == fileName(old) && oldSum.type == newSum.type &&
+            oldSum.value != newSum.value) {
+            findings.push_back({"rebuilt",
+                                Severity::ERROR,
+                                fileName(now),
+                                "it was built anew under the version that is out already",
+                                "never install it where the first one is; caches may go on with "
+                                "the first one",
+                                "give it a higher release",
+                                "",
+                                {}});
+        }
+    }
+}

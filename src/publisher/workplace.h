@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+/// A temporary directory that is gone at the end, with all that it holds.
+class Workplace {
+public:
+    Workplace() = default;
+    ~Workplace();
+    Workplace(const Workplace&) = delete;
+    Workplace& operator=(const Workplace&) = delete;
+
+    /// Makes it below $TMPDIR, or /tmp.
+    ///
+    /// @return false, with errno set, if that fails.
+    [[nodiscard]] bool make();
+
+    [[nodiscard]] const std::string& path() const { return m_sPath; }  ///< with its slash
+
+private:
+    std::string m_sPath;
+};
