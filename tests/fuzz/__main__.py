@@ -61,7 +61,8 @@ def run(target: str, seconds: int) -> bool:
                  f"-artifact_prefix={BUILD}/found-{target}-",
                  "-timeout=10", "-malloc_limit_mb=300", "-rss_limit_mb=1500", "-print_final_stats=1"],
                 env=os.environ | {"TMPDIR": memory, "LC_ALL": "C", "ASAN_OPTIONS": FAST,
-                                  "FUZZ_SIGNED": str(first.parent / "signed")},
+                                  "FUZZ_SIGNED": str(first.parent / "signed"),
+                                  "FUZZ_KEY": str(first.parent / "key.asc")},
                 stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
         text = done.stdout.decode(errors="replace")
         status = re.findall(r"^#\d+\s+\w+\s+cov: (\d+) ft: (\d+) corp: (\d+)/", text, re.MULTILINE)

@@ -1,54 +1,42 @@
 #pragma once
 
-#include "repository/primary.h"
-#include "support/controls.h"
+#include "repository/primarytable.h"
 
 #include "target.h"
 
-#include <algorithm>
-#include <tuple>
+/// All that contents hold: texts that must not hold a control character, and those that may.
+struct AllTexts {
+    std::string clean, other;
+    bool operator==(const AllTexts&) const = default;
+};
 
-/// Requires that two contents hold the same, in the same places.
-inline void requireSame(const PrimaryContents& a, const PrimaryContents& b)
+inline AllTexts allTexts(const PrimaryContents& contents)
 {
-    const auto evr = [](const Evr& e) { return std::tuple(e.epoch, e.version, e.release); };
-    const auto dependency = [&](const Dependency& d) {
-        return std::tuple(d.name, evr(d.evr), d.flags);
-    };
-    const auto row = [&](const PackageTable::Row& r) {
-        return std::tuple(r.name, r.group, evr(r.evr), r.lists, r.requireCount, r.provideCount,
-                          r.obsoleteCount, r.file);
-    };
-    const auto same = [](const auto& vA, const auto& vB, auto parts) {
-        return std::equal(vA.begin(), vA.end(), vB.begin(), vB.end(),
-                          [&](const auto& x, const auto& y) { return parts(x) == parts(y); });
-    };
-    const auto self = [](auto value) { return value; };
-    const PackageTable& tableA = a.packages.table();
-    const PackageTable& tableB = b.packages.table();
-    require(same(tableA.rows, tableB.rows, row) &&
-                same(tableA.dependencies, tableB.dependencies, dependency) &&
-                same(tableA.lists, tableB.lists, self) && same(tableA.files, tableB.files, self),
-            "the compiled form holds the same packages");
-    require(a.skipped == b.skipped && a.architectures == b.architectures,
-            "the compiled form holds the same about the machine");
-}
-
-/// Asks contents for everything that they hold.
-///
-/// @return all texts of the packages, each with a null byte.
-inline std::string allTexts(const PrimaryContents& contents)
-{
-    std::string sAll;
+    AllTexts all;
     for (const Package& package : contents.packages) {
-        (sAll += packageText(package)) += '\0';
+        all.clean += packageText(package) + "|" + std::string(package.location()) + "|";
+        const Checksum sum = package.checksum();
+        all.other += package.group().str() + '\0' + sum.type + '\0' + sum.value + '\0';
         for (const auto& list : {package.needs(), package.provides(), package.obsoletes()}) {
             for (const Dependency& entry : list) {
-                (sAll += dependencyText(entry)) += '\0';
+                all.clean += dependencyText(entry) + "|";
+                all.other += std::to_string(entry.flags) + entry.evr.version.str() + '\0';
             }
+            all.clean += '|';
         }
-        (sAll += package.location()) += '\0';
-        static_cast<void>(package.checksum());
     }
-    return sAll;
+    all.other += contents.skipped;
+    return all;
+}
+
+/// Requires that contents come out of their compiled form as they went in.
+inline void requireCompiled(const PrimaryContents& contents)
+{
+    static const std::string s_sPath = directory().file("compiled");
+    require(writePrimaryTable(s_sPath, "5", contents), "contents can be compiled");
+    PrimaryContents again;
+    require(readPrimaryTable(s_sPath, "5", again), "a compiled form can be read");
+    require(allTexts(contents) == allTexts(again), "the compiled form holds the same packages");
+    require(contents.architectures == again.architectures,
+            "the compiled form holds the same about the machine");
 }

@@ -88,12 +88,12 @@ extern "C" std::FILE* fopen(const char* pPath, const char* pMode)
     const std::string_view sPath = pPath;
     const auto real = reinterpret_cast<decltype(&fopen)>(dlsym(RTLD_NEXT, "fopen64"));
     if (sPath == "/proc/cpuinfo") {
-        return real(writeFile("cpuinfo", "Serial : 5\nRevision : 7\n").c_str(), pMode);
+        return real(fileOf("Serial : 5\nRevision : 7\n", "cpuinfo").c_str(), pMode);
     }
-    return real(sPath.find("EEPROM") == sPath.npos
-                    ? pPath
-                    : writeFile("block", "abcdefghijklmnopqrstuvwxyz").c_str(),
-                pMode);
+    if (sPath.find("EEPROM") != sPath.npos) {
+        return real(fileOf("abcdefghijklmnopqrstuvwxyz", "block").c_str(), pMode);
+    }
+    return real(pPath, pMode);
 }
 
 namespace {
@@ -120,26 +120,16 @@ void judgeRequests(int iPeer, std::string_view sInput)
         const std::size_t uEnd = sSent.find("\r\n");
         require(uEnd != std::string::npos, "requests consist of lines");
         const std::string_view sLine = std::string_view(sSent).substr(0, uEnd);
-        require(
-            std::all_of(sLine.begin(), sLine.end(),
-                        [](char c) { return static_cast<unsigned char>(c) >= ' ' || c == '\t'; }),
-            "no line holds a control character");
-        static constexpr std::array<std::string_view, 12> k_vBegins = {"GET ",
-                                                                       "CONNECT ",
-                                                                       "User-Agent: base/",
-                                                                       "Connection: ",
-                                                                       "Keep-Alive: ",
-                                                                       "TE: ",
-                                                                       "Host: ",
-                                                                       "Cache-Control: no-cache",
-                                                                       "Pragma: no-cache",
-                                                                       "Proxy-Authorization: ",
-                                                                       "Authorization: Digest ",
-                                                                       "Proxy-Connection: "};
-        require(
-            sLine.empty() || std::any_of(k_vBegins.begin(), k_vBegins.end(),
-                                         [&](auto sBegin) { return sLine.starts_with(sBegin); }),
-            "each line is one of the program's");
+        require(std::ranges::all_of(sLine, [](unsigned char c) { return c >= ' ' || c == '\t'; }),
+                "no line holds a control character");
+        bool bOurs = sLine.empty();
+        for (const std::string_view sBegin :
+             {"GET ", "CONNECT ", "User-Agent: base/", "Connection: ", "Keep-Alive: ", "TE: ",
+              "Host: ", "Cache-Control: no-cache", "Pragma: no-cache",
+              "Proxy-Authorization: ", "Authorization: Digest ", "Proxy-Connection: "}) {
+            bOurs = bOurs || sLine.starts_with(sBegin);
+        }
+        require(bOurs, "each line is one of the program's");
         sSent.erase(0, uEnd + 2);
     }
 }
@@ -148,17 +138,17 @@ void judgeRequests(int iPeer, std::string_view sInput)
 
 void fuzz(std::string_view sInput)
 {
+    static const rlimit s_few = {64,
+                                 64};  // the program looks at each descriptor behind a connect()
     static const bool s_bReady = [] {
-        const rlimit few = {64, 64};  // the program looks at each descriptor behind a connect()
-        setrlimit(RLIMIT_NOFILE, &few);
         URLFetcher::setNetworkDefaults(
             {"proxy", 3128, true, "user", std::string(k_sSecret), "base", "product", ""});
-        return true;
+        return setrlimit(RLIMIT_NOFILE, &s_few) == 0;
     }();
     require(s_bReady && sInput.size() < 65536, "an answer fits a socket");
     const char cOrigin = sInput.empty() ? 'l' : sInput[0];
     g_sAnswers = sInput.substr(std::min<std::size_t>(1, sInput.size()));
-    static const std::string s_sTo = writeFile("to", "old");
+    static const std::string s_sTo = fileOf("old", "to");
     {
         Downloader downloader;
         const bool bOpen = downloader.open(cOrigin == 'u'   ? std::string(nextAnswer())
@@ -175,7 +165,7 @@ void fuzz(std::string_view sInput)
                 "a file is a piece of one answer");
         require(access((s_sTo + ".tmp").c_str(), F_OK) != 0, "no temporary file stays");
         if (bOk) {
-            writeFile("to", "old");
+            fileOf("old", "to");
         }
     }
     require(g_peers.size() <= 6 * 12, "requests are limited");

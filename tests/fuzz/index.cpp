@@ -9,8 +9,8 @@
 
 void fuzz(std::string_view sInput)
 {
-    const std::string sIndex = writeFile("repomd.xml", sInput);
-    const std::string sCache = directory() + "/";
+    const std::string sIndex = fileOf(sInput, "repomd.xml");
+    const std::string sCache = directory().file("");
     ResourceSet resources;
     if (!parseRepomd(sCache, resources)) {
         return;

@@ -17,27 +17,15 @@ PACKAGES = (
     Package("lib", "1:2.0-3", provides=("lib = 1:2.0-3", "libx.so.1()(64bit)")),
     Package("lib", "1:2.0-4", key="", obsoletes=("lib < 1:2.0-4",)),
     Package("far", "1-1", arch="mips"))
-XML = ["<", "</", "/>", "<?xml version=\"1.0\"?>", "<!--", "-->", "<![CDATA[", "]]>", "<!DOCTYPE x [<!ENTITY e 'e'>]>",
-       "&lt;", "&#10;", "&#x7f;", "&e;", "xmlns=\"", "xmlns:rpm=\"", "\x1f\x8b\x08\x00"]
-METADATA = ["http://linux.duke.edu/metadata/common", "http://linux.duke.edu/metadata/rpm",
-            "http://linux.duke.edu/metadata/repo", "<entry name=\"", " flags=\"GE\"", " epoch=\"0\"", " ver=\"1\"",
-            " rel=\"1\"", "<rpm:provides>", "<rpm:requires>", "<rpm:obsoletes>", "<rpm:group>", "<format>",
-            "<package type=\"rpm\">", "<checksum type=\"sha\">", "<open-checksum type=\"sha\">", "<location href=\"",
-            "<timestamp>", "<data type=\"primary\">", "<version", "<arch>noarch</arch>", ".tmp", ".table", "packages"]
-SETTINGS = ["repository", " id=\"", " enabled=\"false\"", "location", " href=\"", "log", " level=\"", "logger",
-            " type=\"syslog\"", "facility", "product", "packages", "release", "addons", "group", "package", "name",
-            "user-agent", "base", "prodname", "tls", " trust=\"system\"", " trust=\"/\"", "kelo42"]
-PROXY = ["<proxy server=\"", " port=\"", " bypassLocalNetwork=\"off\"", " username=\"", " password=\"secret\"", "65534",
-         "65535"]
-HTTP = ["HTTP/1.1 ", "200 OK", "301 M", "302 F", "401 U", "407 P", "100 C", "204 N", "Location: ", "Content-Length: ",
-        "Transfer-Encoding: chunked", "Connection: close", "WWW-Authenticate: ", "Proxy-Authenticate: ", "Digest ",
-        "Basic ", "realm=\"", "nonce=\"", "qop=\"auth\"", "algorithm=MD5", "stale=true", "Authentication-Info: ",
-        "nextnonce=\"", "http://other/", "https://other/", "file:///etc/passwd", "local", "../", "[::1]", "\r\n\r\n",
-        "\n----\n"]
-WORDS = {"primary": XML + METADATA, "index": XML + METADATA, "configuration": XML + SETTINGS, "proxyfile": XML + PROXY,
-         "downloader": HTTP, "versions": ["~", "^", ":", "-", ".", "00", "-2147483648:", "4294967296:"]}
-
-
+XML = ["<?xml version=\"1.0\"?>", "<!--", "-->", "<![CDATA[", "]]>", "<!DOCTYPE x [<!ENTITY e 'e'>]>", "&lt;", "&#10;",
+       "&#x7f;", "&e;", "xmlns=\"", "\x1f\x8b\x08\x00"]
+#: Words that no seed holds, by target.
+WORDS = {"primary": [*XML, "<rpm:group>", ".tmp", "packages"], "index": [*XML, ".tmp", ".table", "packages"],
+         "configuration": [*XML, "enabled=\"false\"", "trust=\"system\"", "trust=\"/\"", "kelo42", "syslog", "facility"],
+         "proxyfile": [*XML, "bypassLocalNetwork=\"off\"", "65534", "secret"],
+         "downloader": ["204 N", "Connection: close", "Basic ", "stale=true", "https://other/", "../", "[::1]", "\r\n\r\n",
+                        "\n----\n"],
+         "versions": ["~", "^", ":", "-", ".", "00", "-2147483648:", "4294967296:"]}
 #: What each text and each value of an attribute ends in once, in a document each.
 HOSTILE = {"primary": ["&#10;", ".tmp"], "index": ["&#10;", ".tmp", ".table"], "configuration": ["&#10;", "/"],
            "proxyfile": ["&#10;"]}
@@ -87,11 +75,13 @@ def _published() -> Iterator[tuple[str, bytes]]:
 
 
 def _built() -> Iterator[tuple[str, bytes]]:
-    for file in packages.build(*PACKAGES):
+    for package, file in zip(PACKAGES, packages.build(*PACKAGES)):
         data = file.read_bytes()
+        begin = -(-header_end(data, 96) // 8) * 8  # the header follows that of the signatures
         yield "package", data
-        signature = -(-header_end(data, 96) // 8) * 8
-        yield "header", data[signature + 8:header_end(data, signature)]
+        yield "header", data[begin + 8:header_end(data, begin)]
+        if package.key:
+            yield "signed", data[begin:]
 
 
 def _written() -> Iterator[tuple[str, bytes]]:
@@ -115,7 +105,7 @@ def _written() -> Iterator[tuple[str, bytes]]:
 def directory(build: Path, target: str) -> Path:
     """The seeds of a target; made, those of all, when first they are asked for."""
     place = build / "seeds"
-    if not place.exists():
+    if not (place / "key.asc").exists():
         draft = build / "seeds.new"
         shutil.rmtree(draft, ignore_errors=True)
         for makes in (_published, _built, _written):
@@ -124,20 +114,20 @@ def directory(build: Path, target: str) -> Path:
                 (draft / name / f"{makes.__name__}-{number}").write_bytes(data)
         for how in ("payload", "cut", "header", "signature", "cut header"):
             damaged(packages.build(PACKAGES[0])[0], how, draft / "package" / how.replace(" ", "-"))
-        signed = draft / "signed"
-        signed.mkdir()
-        shutil.copy(keys.public_key("vendor"), signed / "key.asc")
-        for file in packages.build(*(package for package in PACKAGES if package.key)):
-            shutil.copy(file, signed)
+        shutil.copy(keys.public_key("vendor"), draft / "key.asc")
+        shutil.rmtree(place, ignore_errors=True)
         draft.rename(place)
     return place / target
 
 
 def dictionary(build: Path, target: str) -> list[str]:
-    """libFuzzer's option for the words of a target."""
+    """libFuzzer's option for the words of a target: what stands in its seeds, and others."""
     if target not in WORDS:
         return []
+    words = {word.encode("latin-1") for word in WORDS[target]}
+    for seed in directory(build, target).iterdir():
+        words.update(re.findall(rb'</?[\w:]{1,30}|[\w:-]{1,30}(?:="|: )[\w:/.-]{0,60}', seed.read_bytes()))
     file = build / f"{target}.dict"
-    file.write_text("".join('"' + "".join(f"\\x{byte:02x}" for byte in word.encode("latin-1")) + '"\n'
-                            for word in WORDS[target]), encoding="ascii")
+    file.write_text("".join('"' + "".join(f"\\x{byte:02x}" for byte in word) + '"\n' for word in sorted(words)),
+                    encoding="ascii")
     return [f"-dict={file}"]

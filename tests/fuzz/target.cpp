@@ -6,10 +6,6 @@
 #include "support/files.h"
 #include "support/logger.h"
 
-#include "testing/testing.h"
-
-#include <fcntl.h>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -87,28 +83,15 @@ void require(bool bHolds, const char* pLaw)
     }
 }
 
-const std::string& fileOf(std::string_view sBytes)
-{
-    static const int s_iFd = memfd_create("input", MFD_CLOEXEC);
-    static const std::string s_sPath = "/proc/self/fd/" + std::to_string(s_iFd);
-    require(ftruncate(s_iFd, 0) == 0 && lseek(s_iFd, 0, SEEK_SET) == 0 &&
-                writeAll(s_iFd, sBytes.data(), sBytes.size()),
-            "memory can be written");
-    return s_sPath;
-}
-
-const std::string& directory()
+const TempDir& directory()
 {
     static const TempDir s_directory;
-    return s_directory.path();
+    return s_directory;
 }
 
-std::string writeFile(const char* pName, std::string_view sBytes)
+std::string fileOf(std::string_view sBytes, const char* pName)
 {
-    const std::string sPath = directory() + "/" + pName;
-    const FileDescriptor file(open(sPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    require(writeAll(file.get(), sBytes.data(), sBytes.size()), "a file can be written");
-    return sPath;
+    return directory().write(pName, std::string(sBytes));
 }
 
 std::string takeLog()

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "testing/testing.h"
+
 #include <string>
 #include <string_view>
 
@@ -16,14 +18,11 @@ void fuzz(std::string_view sInput);
 /// @param pLaw  what does not.
 void require(bool bHolds, const char* pLaw);
 
-/// Path of a file in memory that holds these bytes, until the next call.
-const std::string& fileOf(std::string_view sBytes);
+/// The directory of this process.
+const TempDir& directory();
 
-/// A directory of this process, without a slash.
-const std::string& directory();
-
-/// Writes a file in that directory. Returns its path.
-std::string writeFile(const char* pName, std::string_view sBytes);
+/// Path of a file in that directory that holds these bytes, until the next call.
+std::string fileOf(std::string_view sBytes, const char* pName = "input");
 
 /// What the run has logged so far. Who takes it judges it.
 std::string takeLog();
