@@ -39,7 +39,7 @@ BROKEN = [
     ([], f"Could not read status line: {CLOSED}"),
     ([None], "Could not read status line: Connection reset by peer"),
     (["SSH-2.0-server\r\n\r\n"], "Could not parse response status line"),
-    (CUT, f"Could not read response body: {CLOSED}"),
+    (reply("200 OK", "Content-Length: 99999", body="x" * 9999), f"Could not read response body: {CLOSED}"),
     (reply("200 OK", "Transfer-Encoding: chunked", body="zz\r\n"), "Could not parse chunk size"),
     (moved("http://[::1"), "Could not parse redirect destination URL"),
 ]
