@@ -69,6 +69,7 @@ TEST(DependencySet, isOrderedAndKeepsTheFirstOfEqualOnes)
               "F <= -1:1, e, f > 0:1, f < 0:1.0, f ? 0:1.0, f = 0:1.0, f >= 0:1.0, f >= 0:2-3, ");
 
     std::vector<Dependency> vMany;  // so many that an unstable sort would show
+    vMany.reserve(128);
     for (int i = 0; i < 128; ++i) {
         vMany.push_back({"m" + std::to_string(i % 16), parseEvr(i < 16 ? "1" : "1."), EQUAL});
     }

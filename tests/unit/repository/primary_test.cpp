@@ -115,10 +115,11 @@ TEST(Primary, judgesWhatDiffers)
         {{"xmlns:r='", "xmlns:r='urn:"}, sOne + sNoRpm + sNoRpm},
         {{"<c:format>", "<c:format xmlns:r='urn:r'>"}, sOne + sNoRpm},
         {{"</c:metadata>", ""}, "failed foo-2:1.2, "}};
-    for (const std::string sName : {"name", "arch", "version", "checksum", "location"}) {
-        vCases.push_back({{"<c:format>", "<c:" + sName + " ver='1' epoch='0' type='sha' href='a'>" +
-                                             "a</c:" + sName + "><c:format>"},
-                          sFailed});
+    const auto once = [](const std::string& sName) {
+        return "<c:" + sName + " ver='1' epoch='0' type='sha' href='a'>a</c:" + sName + ">";
+    };
+    for (const char* pName : {"name", "arch", "version", "checksum", "location"}) {
+        vCases.push_back({{"<c:format>", once(pName) + "<c:format>"}, sFailed});
     }
     for (const char c : std::string_view("*?[]{}\\\"'")) {
         vCases.push_back({{"foo", "&#" + std::to_string(c) + ";"},
