@@ -14,16 +14,13 @@
 
 namespace {
 
-/// Reads what is installed out of the state's own database, as the device does.
 bool readBack(DeviceState& state, std::string& sFault)
 {
-    const DatabaseScope scope(state.database);
-    RpmDB database;
-    state.packages = database.open(true) ? database.installedPackages() : nullptr;
-    if (state.packages == nullptr) {
+    const bool bRead = readDatabase(state);
+    if (!bRead) {
         sFault = "the rpm database of '" + state.name + "' cannot be read in full";
     }
-    return state.packages != nullptr;
+    return bRead;
 }
 
 std::string databaseOf(const StateSetting& setting, const DeviceState& state)
@@ -128,6 +125,19 @@ bool makeBaselineState(const StateSetting& setting, const Offer& previous, Devic
     packages->sort();
     state.packages = packages;
     return true;
+}
+
+bool readDatabase(DeviceState& state)
+{
+    const DatabaseScope scope(state.database);
+    RpmDB database;
+    std::shared_ptr<const InstalledPackageSet> packages =
+        database.open(true) ? database.installedPackages() : nullptr;
+    if (packages != nullptr) {
+        state.packages = std::move(packages);
+        return true;
+    }
+    return false;
 }
 
 PackageRecord installedRecord(const Package& package)

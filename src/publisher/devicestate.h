@@ -34,6 +34,11 @@ struct StateSetting {
 [[nodiscard]] bool makeBaselineState(const StateSetting& setting, const Offer& previous,
                                      DeviceState& state, std::string& sFault);
 
+/// Reads what is installed out of the state's own database, as the device does.
+///
+/// @return false (logged) if it cannot be read in full; the state is as it was.
+[[nodiscard]] bool readDatabase(DeviceState& state);
+
 /// What rpm keeps of a package that it has installed.
 [[nodiscard]] PackageRecord installedRecord(const Package& package);
 

@@ -62,20 +62,26 @@ bool runRpm(const ForeseenDevice& device, const UpdateSet& updateSet,
     return rpm.run() && rpm.exited && rpm.exitCode == 0;
 }
 
-bool rpmTakes(const ForeseenDevice& device, const UpdateSet& updateSet)
+/// Brings the state to where the update leads, by what is known of rpm or by rpm itself.
+///
+/// @return false (logged) if rpm refuses the set.
+bool install(const ForeseenDevice& device, const UpdateSet& updateSet)
 {
     if (!device.bRpm || device.state->database.empty()) {
         const std::string sRefusal = refusalOf(*device.state->packages, updateSet);
         if (!sRefusal.empty()) {
             logMessage(ERROR, "%s", sRefusal.c_str());
+            return false;
         }
-        return sRefusal.empty();
+        device.state->packages = installedAfter(*device.state->packages, updateSet);
+        return true;
     }
     // Signatures have been tested; disks are as large as they are elsewhere.
     return runRpm(device, updateSet, {"--test", "-U", "--nosignature", "--ignoresize"}) &&
-           runRpm(
-               device, updateSet,
-               {"--justdb", "-U", "--nosignature", "--ignoresize", "--noscripts", "--notriggers"});
+           runRpm(device, updateSet,
+                  {"--justdb", "-U", "--nosignature", "--ignoresize", "--noscripts",
+                   "--notriggers"}) &&
+           readDatabase(*device.state);
 }
 
 }  // namespace
@@ -91,10 +97,9 @@ int foreseeInstallation(const ForeseenDevice& device, const UpdateSet& updateSet
         sReason = "signature-fails";
         return ResultRetryUpdater;
     }
-    if (!rpmTakes(device, updateSet)) {
+    if (!install(device, updateSet)) {
         sReason = "rpm-refuses";
         return ResultRetryUpdater;
     }
-    device.state->packages = installedAfter(*device.state->packages, updateSet);
     return ResultReboot;
 }

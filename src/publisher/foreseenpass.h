@@ -18,7 +18,6 @@ struct ForeseenDevice {
 /// device's keys fit, does rpm take them? If so, the state has them installed.
 ///
 /// @param sReason  set to the id of the finding that stopped it; else unchanged.
-/// @param vLines   takes what was said besides the log.
 /// @return         as installPackages() does.
 [[nodiscard]] int foreseeInstallation(const ForeseenDevice& device, const UpdateSet& updateSet,
                                       std::string& sReason);

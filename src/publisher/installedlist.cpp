@@ -104,10 +104,9 @@ void putList(Header header, const ListedPackage::List& list, const std::array<rp
         return;
     }
     const auto put = [&](rpmTagVal tag, const std::vector<std::string>& vTexts) {
-        std::vector<const char*> vPointers;
-        for (const std::string& sText : vTexts) {
-            vPointers.push_back(sText.c_str());
-        }
+        std::vector<const char*> vPointers(vTexts.size());
+        std::transform(vTexts.begin(), vTexts.end(), vPointers.begin(),
+                       [](const std::string& sText) { return sText.c_str(); });
         headerPutStringArray(header, tag, vPointers.data(),
                              static_cast<rpm_count_t>(vPointers.size()));
     };

@@ -1,6 +1,5 @@
 #include "publisher/relations.h"
 
-#include "resolver/providerindex.h"
 #include "support/controls.h"
 #include "support/files.h"
 
@@ -124,46 +123,6 @@ void checkFileNames(const std::vector<Package>& vNewest, Findings& findings)
     }
 }
 
-/// Letters to change, add or leave out to come from one name to the other.
-std::size_t distance(const std::string& sA, const std::string& sB)
-{
-    std::vector<std::size_t> vRow(sB.size() + 1);
-    for (std::size_t uB = 0; uB <= sB.size(); ++uB) {
-        vRow[uB] = uB;
-    }
-    for (std::size_t uA = 1; uA <= sA.size(); ++uA) {
-        std::size_t uDiagonal = std::exchange(vRow[0], uA);
-        for (std::size_t uB = 1; uB <= sB.size(); ++uB) {
-            const std::size_t uChanged = uDiagonal + (sA[uA - 1] == sB[uB - 1] ? 0 : 1);
-            uDiagonal = vRow[uB];
-            vRow[uB] = std::min({uChanged, vRow[uB] + 1, vRow[uB - 1] + 1});
-        }
-    }
-    return vRow.back();
-}
-
-void checkName(const std::string& sId, const std::string& sName, const NameSet& present,
-               const char* pDevices, Findings& findings)
-{
-    if (sName.empty() || present.contains(sName)) {
-        return;
-    }
-    std::string sMend = "correct the name, or publish it";
-    for (const std::string& sOther : present) {
-        if (distance(sName, sOther) <= std::min<std::size_t>(2, sName.size() / 3)) {
-            sMend = "did you mean " + sOther + "?";
-        }
-    }
-    findings.push_back({sId,
-                        Severity::WARNING,
-                        sName,
-                        "the configuration names it, and the repository has none of it",
-                        pDevices,
-                        sMend,
-                        "",
-                        {}});
-}
-
 /// A provide that misses a strict bound because one of both has no release; null if there is none.
 const Dependency* nearMiss(const Dependency& require, const DependencySet& provides)
 {
@@ -190,18 +149,18 @@ DependencySet allProvides(const std::vector<Package>& vPackages)
     return all;
 }
 
-bool isMet(const Dependency& require, const DependencySet& provides)
+}  // namespace
+
+bool overlaps(const DependencySet& entries, const Dependency& dependency)
 {
-    for (auto it = provides.lowerBound({require.name, {}, 0});
-         it != provides.end() && it->name == require.name; ++it) {
-        if (dependencyMatches(*it, require)) {
+    for (auto it = entries.lowerBound({dependency.name, {}, 0});
+         it != entries.end() && it->name == dependency.name; ++it) {
+        if (dependencyMatches(*it, dependency)) {
             return true;
         }
     }
     return false;
 }
-
-}  // namespace
 
 NameSet requiredPaths(const PackageSet& packages)
 {
@@ -210,7 +169,7 @@ NameSet requiredPaths(const PackageSet& packages)
     NameSet paths;
     for (const Package& package : vNewest) {
         for (const Dependency& require : package.needs()) {
-            if (require.name.view().starts_with('/') && !isMet(require, provides)) {
+            if (require.name.view().starts_with('/') && !overlaps(provides, require)) {
                 paths.insert(require.name.str());
             }
         }
@@ -221,7 +180,7 @@ NameSet requiredPaths(const PackageSet& packages)
 bool isProvided(const PackageSet& packages, const Dependency& require)
 {
     for (const Package& package : packages) {
-        if (isMet(require, package.provides())) {
+        if (overlaps(package.provides(), require)) {
             return true;
         }
     }
@@ -261,7 +220,7 @@ void checkRequires(const PackageSet& packages, const std::vector<const PackageSe
                      "require the package itself as well",
                      "",
                      {}});
-            } else if (isMet(require, provides)) {
+            } else if (overlaps(provides, require)) {
                 continue;
             } else if (require.name == Text("updater-running") && !isInstalled(require)) {
                 findings.push_back({"updater-running",
@@ -284,78 +243,6 @@ void checkRequires(const PackageSet& packages, const std::vector<const PackageSe
                                     "",
                                     {}});
             }
-        }
-    }
-}
-
-void checkConfiguredNames(const Config& config, const PackageSet& packages, Findings& findings)
-{
-    NameSet names;
-    NameSet groups;
-    for (const Package& package : newestOf(packages)) {
-        names.insert(package.name().str());
-        groups.insert(package.group().str());
-    }
-    checkName("release-missing", config.releasePackage, names,
-              "report no FIRMWARE line, and install it with the rest if it has another name",
-              findings);
-    for (const std::string& sAddon : config.addonPackages) {
-        checkName("addon-missing", sAddon, names, "never install it, and say nothing", findings);
-    }
-    for (const std::string& sGroup : config.addonGroups) {
-        checkName("group-missing", sGroup, groups, "hold nothing back for it in the first pass",
-                  findings);
-    }
-}
-
-void compareWithPrevious(const PackageSet& packages, const PackageSet& previous, Findings& findings)
-{
-    for (const Package& old : newestOf(previous)) {
-        const auto [uFirst, uEnd] = packages.range(old.name());
-        if (uFirst == uEnd) {
-            bool bObsoleted = false;
-            for (const Package& package : packages) {
-                bObsoleted |= isMet(packageDependency(old), package.obsoletes());
-            }
-            if (!bObsoleted) {
-                findings.push_back({"disappeared",
-                                    Severity::WARNING,
-                                    old.name().str(),
-                                    packageText(old) + " was published, and nothing of it is left",
-                                    "keep what they have of it",
-                                    "publish it again, or let another package obsolete it",
-                                    "",
-                                    {}});
-            }
-            continue;
-        }
-        std::uint32_t uPlace = uFirst;
-        const Package now =
-            bestOfRun(packages, uPlace, [](const Package&, const Package&, bool) {});
-        const int iOrder = compareEvr(now.evr(), old.evr());
-        if (iOrder < 0) {
-            findings.push_back({"went-back",
-                                Severity::ERROR,
-                                fileName(now),
-                                packageText(old) + " was published, which is newer",
-                                "never install it where the newer one is",
-                                "publish the old contents under a higher version",
-                                "",
-                                {}});
-        }
-        const Checksum oldSum = old.checksum();
-        const Checksum newSum = now.checksum();
-        if (iOrder == 0 && fileName(now) == fileName(old) && oldSum.type == newSum.type &&
-            oldSum.value != newSum.value) {
-            findings.push_back({"rebuilt",
-                                Severity::ERROR,
-                                fileName(now),
-                                "it was built anew under the version that is out already",
-                                "never install it where the first one is; caches may go on with "
-                                "the first one",
-                                "give it a higher release",
-                                "",
-                                {}});
         }
     }
 }

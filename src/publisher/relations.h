@@ -9,6 +9,9 @@
 
 // What can be said of a repository by its metadata, before any device comes in.
 
+/// True if an entry of the name of a dependency overlaps with it.
+[[nodiscard]] bool overlaps(const DependencySet& entries, const Dependency& dependency);
+
 /// The paths that packages require, and none lists among its provides.
 [[nodiscard]] NameSet requiredPaths(const PackageSet& packages);
 

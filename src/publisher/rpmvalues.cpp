@@ -1,6 +1,7 @@
 #include "publisher/rpmvalues.h"
 
 #include "publisher/devicestate.h"
+#include "publisher/relations.h"
 
 #include <vector>
 
@@ -20,17 +21,6 @@ DependencySet obsoletesOf(const UpdateSet& updateSet)
     DependencySet all;
     all.insertAll(std::move(vAll));
     return all;
-}
-
-bool isObsoleted(const Package& package, const DependencySet& obsoletes)
-{
-    for (auto it = obsoletes.lowerBound({package.name(), {}, 0});
-         it != obsoletes.end() && it->name == package.name(); ++it) {
-        if (dependencyMatches(*it, packageDependency(package))) {
-            return true;
-        }
-    }
-    return false;
 }
 
 }  // namespace
@@ -55,12 +45,12 @@ std::unique_ptr<InstalledPackageSet> installedAfter(const InstalledPackageSet& i
     const DependencySet obsoletes = obsoletesOf(updateSet);
     auto after = std::make_unique<InstalledPackageSet>();
     for (const Package& package : installed) {
-        if (!updateSet.find(package.name()) && !isObsoleted(package, obsoletes)) {
+        if (!updateSet.find(package.name()) && !overlaps(obsoletes, packageDependency(package))) {
             after->insertEqual(installedRecord(package));
         }
     }
     for (const Package& package : updateSet) {
-        if (!isObsoleted(package, obsoletes)) {
+        if (!overlaps(obsoletes, packageDependency(package))) {
             after->insertEqual(installedRecord(package));
         }
     }

@@ -1,5 +1,7 @@
 #include "publisher/whyleft.h"
 
+#include "publisher/relations.h"
+
 #include <optional>
 #include <set>
 
@@ -9,23 +11,11 @@ namespace {
 std::optional<Package> providerOf(const PackageSet& packages, const Dependency& require)
 {
     for (const Package& package : packages) {
-        for (const Dependency& provide : package.provides()) {
-            if (provide.name == require.name && dependencyMatches(provide, require)) {
-                return package;
-            }
+        if (overlaps(package.provides(), require)) {
+            return package;
         }
     }
     return {};
-}
-
-bool provides(const Package& package, const Dependency& require)
-{
-    for (const Dependency& provide : package.provides()) {
-        if (provide.name == require.name && dependencyMatches(provide, require)) {
-            return true;
-        }
-    }
-    return false;
 }
 
 }  // namespace
@@ -48,7 +38,7 @@ std::string whyLeft(const Package& package, const UpdateSet& announced,
     for (const Package& other : announced) {
         for (const Dependency& require : other.needs()) {
             const auto met = providerOf(after, require);
-            if (other != package && provides(package, require) && met) {
+            if (other != package && overlaps(package.provides(), require) && met) {
                 return sName + " was due for '" + dependencyText(require) + "' of " +
                        packageText(other) + ", which " + packageText(*met) + " has met";
             }
