@@ -72,7 +72,9 @@ def kept(series: str, share: str, found: list[Found], seconds: float) -> None:
     rows = collections.Counter((scene.name, calls.kind_of(verdict.kernel_number), verdict.word, not verdict.faults)
                                for scene, verdict in found)
     points.BUILT.joinpath(f"{series}-{share.replace('/', '-of-')}.json").write_text(json.dumps(
-        {"seconds": round(seconds), "rows": [[*row, number] for row, number in rows.items()]}))
+        {"series": series, "share": share, "program": report.program(), "seconds": round(seconds),
+         "rows": [[*row, number] for row, number in rows.items()],
+         "violated": [describe(scene, verdict) for scene, verdict in found if verdict.faults]}, indent=1))
 
 
 def describe(scene: Scene, verdict: Verdict) -> str:

@@ -16,6 +16,7 @@ from device.device import Device
 from system.scenes import HALF_STATE, NEW, NEW_STATE, OLD_STATE, set_up
 
 WORDS = ("READY", "DELAYING", "ANALYZING", "DOWNLOADING", "TESTING", "UPDATING", "PKGSDONE", "CORRUPTED", "REBOOTING")
+ENDLESS = 200  # seconds: behind all time-outs of a run
 BUILT = PROJECT / "build" / "proof"
 TOOLS = {"callstop.cpp": ["g++", "-std=c++20", "-O1", "-Wall", "-Wextra"],
          "outofmemory.c": ["gcc", "-shared", "-fPIC", "-O1", "-Wall", "-Wextra"]}
@@ -176,7 +177,7 @@ def _run(device: Device, scene: Scene, point: Point) -> tuple[int, str]:
                   "COUNT_TO=/device/point exec")
     else:
         before = f"exec /device/callstop {point.doing} {point.number} {point.call} {point.of} /device/point"
-    result = device.shell(f"{before} /device/bin/updater {scene.arguments}")
+    result = device.shell(f"{before} /device/bin/updater {scene.arguments}", timeout=ENDLESS)
     return result.returncode, result.stderr
 
 

@@ -2,11 +2,20 @@
 
 import collections
 import json
+import subprocess
+
+from device.cache import PROJECT
 
 from .calls import KINDS
 from .points import BUILT, WORDS
 
 ROWS = (*KINDS, "other", "allocations", "never reached")
+
+
+def program() -> str:
+    """The commit that the program was built of."""
+    return subprocess.run(["git", "describe", "--always", "--dirty", "--abbrev=10"], cwd=PROJECT, check=True,
+                          capture_output=True, text=True).stdout.strip()
 
 
 def calls_table(series: str) -> list[str]:
