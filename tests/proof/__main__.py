@@ -1,4 +1,4 @@
-"""Disturbs a run at each of its system calls, or at a share of them: ./dev proof."""
+"""Disturbs a run at each of its system calls, or at a share of them: ./dev proof SERIES."""
 
 import argparse
 import collections
@@ -86,6 +86,9 @@ def describe(scene: Scene, verdict: Verdict) -> str:
 def main() -> int:
     if sys.argv[1:2] == ["disk"]:
         return disk.main(sys.argv[2:])
+    if sys.argv[1:] == ["page"]:
+        report.write()
+        return 0
     parser = argparse.ArgumentParser(prog="./dev proof", description=__doc__)
     parser.add_argument("series", nargs="*", help=f"of {', '.join(SERIES)}; all without any")
     parser.add_argument("--share", default="1/1", metavar="I/N", help="only every Nth point, from the Ith on")
@@ -107,7 +110,7 @@ def main() -> int:
                 violated += 1
                 print(describe(scene, verdict), flush=True)
         kept(series, options.share, found, time.monotonic() - start)
-        print("\n".join(report.calls_table(series)), "\n", flush=True)
+        print("\n".join(report.calls(series)), "\n", flush=True)
     return 1 if violated else 0
 
 

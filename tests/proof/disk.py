@@ -16,8 +16,8 @@ from pathlib import Path
 from device.cache import PROJECT
 from device.scene import tidy_up_on_signals
 
-from . import diskscene, powercut, writelog
-from .points import BUILT, WORDS
+from . import diskscene, powercut, report, writelog
+from .points import BUILT
 from .powercut import Verdict
 
 #: Faults that are built into the program to see whether they are seen, and where.
@@ -104,23 +104,11 @@ def prove(program: Path, fault: str, system: str, options: argparse.Namespace) -
     failed = [f"started from {state}: " + "; ".join(faults) for state, faults in boots if faults]
     for line in failed:
         print(line)
-    return {"file system": system, "fault": fault, "share": options.share, "seed": options.seed,
+    return {"program": report.program(), "file system": system, "fault": fault, "share": options.share, "seed": options.seed,
             "writes": sum(bool(entry.data) for entry in log.entries), "flushes": sum(entry.flush for entry in log.entries),
             "words": collections.Counter(verdict.word for verdict in verdicts), "points": len(verdicts),
             "held": len(verdicts) - len(violated), "violated": len(violated),
             "starts": len(boots), "starts failed": len(failed), "seconds": round(time.monotonic() - start)}
-
-
-def table(results: list[dict]) -> list[str]:
-    words = [word for word in ("", *WORDS, "?") if any(word in result["words"] for result in results)]
-    head = ["file system", "fault", "writes", "flushes", *(word or "no file" for word in words),
-            "points", "held", "violated", "starts", "starts failed", "seconds"]
-    lines = ["| " + " | ".join(head) + " |", "|---|---|" + "---:|" * (len(head) - 2)]
-    for result in results:
-        cells = [result["words"].get(name if name != "no file" else "", "") if name in words or name == "no file" else result[name]
-                 for name in head]
-        lines.append("| " + " | ".join(str(cell) for cell in cells) + " |")
-    return lines
 
 
 def keep(result: dict) -> None:
@@ -151,6 +139,6 @@ def main(arguments: list[str]) -> int:
             print(f"disk: {system}, fault: {fault}", flush=True)
             tried = program if fault == "none" else diskscene.with_fault(fault, Path(name, fault))
             results.append(prove(tried, fault, system, options))
-            print("\n".join(table(results[-1:])), flush=True)
+            print("\n".join(report.disk(results[-1:])), flush=True)
             keep(results[-1])
     return 1 if any(bool(result["violated"] or result["starts failed"]) != (result["fault"] != "none") for result in results) else 0
