@@ -89,7 +89,7 @@ void Downloader::setNotifier(URLFetcher::Notifier* pNotifier)
 }
 
 bool Downloader::download(const std::string& sPath, const std::string& sDestination,
-                          bool bBypassCaches)
+                          bool bBypassCaches, std::uint64_t uLimit)
 {
     const std::string sTemporary = sDestination + ".tmp";
     logMessage(DEBUG, "downloading path '%s' to '%s'", sPath.c_str(), sDestination.c_str());
@@ -102,7 +102,7 @@ bool Downloader::download(const std::string& sPath, const std::string& sDestinat
                    errnoText().c_str());
         return false;
     }
-    bool bOk = fetch(sPath, sResolved, file.get(), bBypassCaches);
+    bool bOk = fetch(sPath, sResolved, file.get(), bBypassCaches, uLimit);
     if (!file.close() && bOk) {
         logMessage(ERROR, "failed closing file '%s' (%s)", sTemporary.c_str(), errnoText().c_str());
         bOk = false;
@@ -122,12 +122,12 @@ bool Downloader::download(const std::string& sPath, const std::string& sDestinat
 }
 
 bool Downloader::fetch(const std::string& sPath, const std::string& sResolved, int iFd,
-                       bool bBypassCaches)
+                       bool bBypassCaches, std::uint64_t uLimit)
 {
     assert(!m_vFetchers.empty());
     URLFetcher* pCurrent = m_vFetchers.front().get();
     int iRedirects = 0;
-    while (!pCurrent->get(sResolved, iFd, bBypassCaches, sPath)) {
+    while (!pCurrent->get(sResolved, iFd, bBypassCaches, sPath, uLimit)) {
         if (!pCurrent->wasRedirected()) {
             return false;
         }

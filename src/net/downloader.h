@@ -4,6 +4,7 @@
 
 #include <ne_uri.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,15 +35,16 @@ public:
     /// @param sPath          relative to the repository URI.
     /// @param sDestination   local path; its directory must exist.
     /// @param bBypassCaches  forbids HTTP caches to answer.
+    /// @param uLimit         bytes that it may have.
     /// @return               true if `sDestination` is the complete resource; false if the transfer
     ///                       failed (logged), which leaves `sDestination` as it was.
     [[nodiscard]] bool download(const std::string& sPath, const std::string& sDestination,
-                                bool bBypassCaches);
+                                bool bBypassCaches, std::uint64_t uLimit = k_uNoLimit);
 
 private:
     void close();
     [[nodiscard]] bool fetch(const std::string& sPath, const std::string& sResolved, int iFd,
-                             bool bBypassCaches);
+                             bool bBypassCaches, std::uint64_t uLimit);
     [[nodiscard]] URLFetcher* followRedirect(URLFetcher& current, const std::string& sPath);
 
     ne_uri m_uri = {};

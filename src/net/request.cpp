@@ -55,7 +55,12 @@ bool hasControlButTabs(std::string_view sValue)
 
 int writeBody(void* pUserData, const char* pBlock, std::size_t uLength)
 {
-    const auto* pContext = static_cast<const BodyContext*>(pUserData);
+    auto* pContext = static_cast<BodyContext*>(pUserData);
+    if (uLength > pContext->room) {
+        ne_set_error(ne_get_session(pContext->request), "longer than it may be");
+        return -1;
+    }
+    pContext->room -= uLength;
     if (!writeAll(pContext->fd, pBlock, uLength)) {
         ne_set_error(ne_get_session(pContext->request),
                      "failed writing downloaded data to file (%s)", errnoText().c_str());
@@ -149,13 +154,16 @@ int provideCredentials(const char* pLabel, const std::string& sUser, const std::
     return 0;
 }
 
-bool copyFile(const std::string& sPath, int iFd)
+bool copyFile(const std::string& sPath, int iFd, std::uint64_t uLimit)
 {
     // A server may redirect to a file: it must not make us wait for a pipe or read a device.
     const FileDescriptor source(open(sPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat info = {};
     bool bUsable = source.isOpen() && fstat(source.get(), &info) == 0;
-    if (bUsable && !S_ISREG(info.st_mode)) {
+    if (bUsable && S_ISREG(info.st_mode) && static_cast<std::uint64_t>(info.st_size) > uLimit) {
+        errno = EFBIG;
+        bUsable = false;
+    } else if (bUsable && !S_ISREG(info.st_mode)) {
         errno = S_ISDIR(info.st_mode) ? EISDIR : EINVAL;
         bUsable = false;
     }

@@ -3,6 +3,7 @@
 #include <ne_request.h>
 #include <ne_session.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -16,6 +17,7 @@ using Request = std::unique_ptr<ne_request, RequestDeleter>;
 struct BodyContext {
     ne_request* request;  ///< not owned
     int fd;               ///< not owned
+    std::uint64_t room;   ///< bytes that may still come
 };
 
 /// A body reader of neon: writes a block to the descriptor of a BodyContext. On a failure it sets
@@ -55,4 +57,4 @@ int provideCredentials(const char* pLabel, const std::string& sUser, const std::
 ///
 /// @return false if it cannot be opened, read or written (logged at ERROR); the descriptor has
 ///         received a part of it then.
-[[nodiscard]] bool copyFile(const std::string& sPath, int iFd);
+[[nodiscard]] bool copyFile(const std::string& sPath, int iFd, std::uint64_t uLimit);

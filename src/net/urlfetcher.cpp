@@ -146,7 +146,7 @@ const ne_uri* URLFetcher::redirectLocation() const
 }
 
 bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
-                     const std::string& sLabel)
+                     const std::string& sLabel, std::uint64_t uLimit)
 {
     if (!m_bValid) {
         return false;
@@ -154,7 +154,7 @@ bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
     m_bRedirected = false;
     logMessage(TRACE, "URLFetcher::get() this = %p", static_cast<void*>(this));
     if (m_pSession == nullptr) {
-        return copyFile(sPath, iFd);
+        return copyFile(sPath, iFd, uLimit);
     }
     if (hasControlCharacter(sPath)) {
         // It would add lines of its own to the header of the request.
@@ -171,7 +171,7 @@ bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
     int iStatusClass = 0;
     int iRetries = 0;
     while (true) {
-        iResult = request(sPath, iFd, bBypassCaches, iStatusClass);
+        iResult = request(sPath, iFd, bBypassCaches, uLimit, iStatusClass);
         if (iResult == NE_REDIRECT) {
             m_bRedirected = true;
             return false;
@@ -207,11 +207,12 @@ bool URLFetcher::get(const std::string& sPath, int iFd, bool bBypassCaches,
     return false;
 }
 
-int URLFetcher::request(const std::string& sPath, int iFd, bool bBypassCaches, int& iStatusClass)
+int URLFetcher::request(const std::string& sPath, int iFd, bool bBypassCaches, std::uint64_t uLimit,
+                        int& iStatusClass)
 {
     iStatusClass = 0;
     const Request request(ne_request_create(m_pSession, "GET", sPath.c_str()));
-    BodyContext context = {request.get(), iFd};
+    BodyContext context = {request.get(), iFd, uLimit};
     ne_add_response_body_reader(request.get(), &ne_accept_2xx, &writeBody, &context);
     if (bBypassCaches) {
         ne_add_request_header(request.get(), "Cache-Control", "no-cache");

@@ -8,9 +8,13 @@
 #include <ne_socket.h>
 #include <ne_uri.h>
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
+
+/// For the length of a transfer.
+inline constexpr std::uint64_t k_uNoLimit = UINT64_MAX;
 
 /// The connection to one origin: one scheme, host and port. Owns one neon session with all its
 /// settings, or none for a file: origin. The decision for or against the proxy is made once, in the
@@ -62,10 +66,11 @@ public:
     ///                       open.
     /// @param bBypassCaches  forbids HTTP caches to answer.
     /// @param sLabel         name of the resource in messages.
+    /// @param uLimit         bytes that it may have; one that is longer fails.
     /// @return               true if the whole resource stands in the file. Otherwise the file
     ///                       holds whatever came last, and nothing if wasRedirected().
     [[nodiscard]] bool get(const std::string& sPath, int iFd, bool bBypassCaches,
-                           const std::string& sLabel);
+                           const std::string& sLabel, std::uint64_t uLimit = k_uNoLimit);
 
     /// True if the last get() ended in a redirect, which is then not logged.
     [[nodiscard]] bool wasRedirected() const { return m_bRedirected; }
@@ -91,7 +96,7 @@ private:
     [[nodiscard]] bool findLocalAddresses();
     void clearAddresses();
     [[nodiscard]] int request(const std::string& sPath, int iFd, bool bBypassCaches,
-                              int& iStatusClass);
+                              std::uint64_t uLimit, int& iStatusClass);
 
     static bool s_bInitialized;
     static ProxyConfig s_proxy;
