@@ -1,18 +1,17 @@
 #include "rpmdb/packagefile.h"
 
 #include "rpmdb/database.h"
+#include "rpmdb/keys.h"
 #include "support/files.h"
 #include "support/logger.h"
 
 #include <rpm/rpmcli.h>
 #include <rpm/rpmlog.h>
-#include <rpm/rpmpgp.h>
 #include <rpm/rpmtd.h>
 #include <rpm/rpmts.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 
 namespace {
 
@@ -30,24 +29,15 @@ RpmHandle<FD_t> openPackage(const std::string& sPath, const char* pMode)
     return file;
 }
 
-/// The id of the key that made a signature, in 16 hexadecimal digits; empty without a signature
-/// that can be read.
-std::string signerOf(Header header, rpmTagVal tag)
+/// The id of the key that made the signature of a tag; empty without one that can be read.
+std::string signerOfTag(Header header, rpmTagVal tag)
 {
     std::string sId;
     rpmtd_s data = {};
     if (headerGet(header, tag, &data, HEADERGET_MINMEM) != 0 && data.type == RPM_BIN_TYPE) {
-        pgpDigParams parameters = nullptr;
-        if (pgpPrtParams(static_cast<const std::uint8_t*>(data.data), data.count, PGPTAG_SIGNATURE,
-                         &parameters) == 0) {
-            const std::uint8_t* pId = pgpDigParamsSignID(parameters);
-            std::array<char, 3> vDigits;
-            for (int i = 0; i < PGP_KEYID_LEN; ++i) {
-                std::snprintf(vDigits.data(), vDigits.size(), "%02x", pId[i]);
-                sId += vDigits.data();
-            }
-        }
-        pgpDigParamsFree(parameters);
+        const Signature signature =
+            readSignature({static_cast<const char*>(data.data), data.count});
+        sId = signature != nullptr ? signerOf(signature.get()) : "";
     }
     rpmtdFreeData(&data);
     return sId;
@@ -57,11 +47,8 @@ std::string signerOf(Header header, rpmTagVal tag)
 std::string unknownSigner(rpmts ts, Header header)
 {
     for (const rpmTagVal tag : k_vSignatureTags) {
-        std::string sId = signerOf(header, tag);
-        // Each public key of the database provides its own id and those of its subkeys.
-        const std::string sProvide = "gpg(" + sId + ")";
-        if (!sId.empty() && RpmHandle<rpmdbMatchIterator>(rpmtsInitIterator(
-                                ts, RPMDBI_PROVIDENAME, sProvide.c_str(), 0)) == nullptr) {
+        std::string sId = signerOfTag(header, tag);
+        if (!sId.empty() && !holdsKey(ts, sId)) {
             return sId;
         }
     }

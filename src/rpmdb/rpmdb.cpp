@@ -1,6 +1,7 @@
 #include "rpmdb/rpmdb.h"
 
 #include "rpmdb/database.h"
+#include "rpmdb/detachedsignature.h"
 #include "rpmdb/packagefile.h"
 #include "support/logger.h"
 
@@ -46,6 +47,16 @@ bool RpmDB::verifyPackage(const std::string& sPath)
     const bool bGood = openDatabase(m_ts) && verifyPackageFile(m_ts, sPath);
     rpmtsEmpty(m_ts);
     return bGood;
+}
+
+SignatureVerdict RpmDB::verifyDetached(std::string_view sData, std::string_view sArmour)
+{
+    SignatureVerdict verdict;
+    if (openDatabase(m_ts)) {
+        verdict = ::verifyDetached(m_ts, sData, sArmour);
+    }
+    rpmtsEmpty(m_ts);
+    return verdict;
 }
 
 std::unique_ptr<InstalledPackageSet> RpmDB::installedPackages()

@@ -2,11 +2,13 @@
 
 #include "packages/packageset.h"
 #include "rpmdb/snapshot.h"
+#include "support/verdict.h"
 
 #include <rpm/rpmtypes.h>
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 /// Reads the rpm database of the device, the one that rpm's macros name, and verifies package
 /// files against its keys. Needs rpm's configuration to be loaded (rpmcliInit). Never writes the
@@ -32,6 +34,9 @@ public:
     /// True if all of a package file, its payload included, is as a key of the database signed it.
     /// Every other outcome is logged at ERROR.
     [[nodiscard]] bool verifyPackage(const std::string& sPath);
+
+    /// Tests bytes against a detached signature, see rpmdb/detachedsignature.h.
+    [[nodiscard]] SignatureVerdict verifyDetached(std::string_view sData, std::string_view sArmour);
 
     /// All installed packages, several versions of a name and the public keys among them.
     ///
