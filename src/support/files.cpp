@@ -8,6 +8,8 @@
 
 #include <array>
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
 #include <utility>
 
 int FileDescriptor::release()
@@ -60,6 +62,11 @@ bool isReadable(const std::string& sPath)
 
 bool readFile(const std::string& sPath, std::string& sContents)
 {
+    return readFile(sPath, sContents, SIZE_MAX);
+}
+
+bool readFile(const std::string& sPath, std::string& sContents, std::size_t uLimit)
+{
     const FileDescriptor file(open(sPath.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     if (!file.isOpen()) {
         return false;
@@ -73,9 +80,28 @@ bool readFile(const std::string& sPath, std::string& sContents)
         } else if (errno != EINTR) {
             return false;
         }
+        if (sRead.size() > uLimit) {
+            errno = EFBIG;
+            return false;
+        }
     }
     sContents = std::move(sRead);
     return true;
+}
+
+bool replaceFile(const std::string& sPath, std::string_view sContents)
+{
+    const std::string sTemporary = sPath + ".tmp";
+    FileDescriptor file(open(sTemporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+    // Forced to disk before it gets its name: some file systems write the name first.
+    if (file.isOpen() && writeAll(file.get(), sContents.data(), sContents.size()) &&
+        fsync(file.get()) == 0 && file.close() && rename(sTemporary.c_str(), sPath.c_str()) == 0) {
+        return true;
+    }
+    const int iError = errno;
+    unlink(sTemporary.c_str());
+    errno = iError;
+    return false;
 }
 
 bool writeAll(int iFd, const char* pData, std::size_t uLength)

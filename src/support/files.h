@@ -44,6 +44,17 @@ std::string baseName(std::string_view sPath);
 /// @return false, with errno set, if it cannot be opened or read; `sContents` is unchanged then.
 [[nodiscard]] bool readFile(const std::string& sPath, std::string& sContents);
 
+/// The same for a file that may be longer than memory has room for.
+///
+/// @param uLimit  bytes that it may have; a longer one fails with EFBIG.
+[[nodiscard]] bool readFile(const std::string& sPath, std::string& sContents, std::size_t uLimit);
+
+/// Replaces a file in one step (a temporary file, ".tmp" behind its name, forced to disk and renamed):
+/// the old contents or the new ones are found, also behind a power cut.
+///
+/// @return false, with errno set, if that failed; the file is as it was, and nothing is left over.
+[[nodiscard]] bool replaceFile(const std::string& sPath, std::string_view sContents);
+
 /// Writes a whole block, going on after a partial write and after EINTR.
 ///
 /// @return false, with errno set, on any other error.
