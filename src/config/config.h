@@ -40,6 +40,8 @@ struct RepoConfig {
     std::string name;  ///< display name
     std::string uri;
     bool enabled = true;
+    bool isSigned = false;   ///< its index counts only if a key of the rpm database has signed it
+    unsigned maxAge = 0;     ///< days that a signed index may be old; 0: any number
     bool isDefault = false;  ///< from the defaults file: may be replaced by a later definition
 };
 

@@ -7,10 +7,14 @@
 #include "support/xml.h"
 
 #include <array>
+#include <charconv>
 #include <string_view>
+#include <system_error>
 #include <utility>
 
 namespace {
+
+constexpr unsigned k_uMostDays = 9999;
 
 bool sameNamespace(const xmlNode* a, const xmlNode* b)
 {
@@ -62,6 +66,31 @@ bool readRepositoryChildren(xmlNode* pElement, RepoConfig& repo)
     return true;
 }
 
+/// A repository whose index is to be signed must not be taken for one of the other kind, so nothing
+/// in these attributes is passed over.
+bool readSigning(xmlNode* pElement, RepoConfig& repo)
+{
+    std::string sSigned = "false";
+    if (getAttribute(pElement, "signed", sSigned) && sSigned != "true" && sSigned != "false") {
+        logMessage(ERROR, "'signed' attribute of repository '%s' is neither 'true' nor 'false'",
+                   repo.id.c_str());
+        return false;
+    }
+    repo.isSigned = sSigned == "true";
+    std::string sMaxAge;
+    if (!getAttribute(pElement, "max-age", sMaxAge)) {
+        return true;
+    }
+    const char* pEnd = sMaxAge.data() + sMaxAge.size();
+    const auto [pRead, error] = std::from_chars(sMaxAge.data(), pEnd, repo.maxAge);
+    if (!repo.isSigned || pRead != pEnd || error != std::errc() || repo.maxAge == 0 ||
+        repo.maxAge > k_uMostDays) {
+        logMessage(ERROR, "bad 'max-age' attribute of repository '%s'", repo.id.c_str());
+        return false;
+    }
+    return true;
+}
+
 bool readRepository(xmlNode* pElement, bool bDefaults, Config& config)
 {
     RepoConfig repo;
@@ -83,7 +112,7 @@ bool readRepository(xmlNode* pElement, bool bDefaults, Config& config)
     if (getAttribute(pElement, "enabled", sEnabled)) {
         repo.enabled = sEnabled == "true";
     }
-    if (!readRepositoryChildren(pElement, repo)) {
+    if (!readSigning(pElement, repo) || !readRepositoryChildren(pElement, repo)) {
         return false;
     }
     repo.isDefault = bDefaults;

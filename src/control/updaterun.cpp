@@ -7,6 +7,7 @@
 #include "control/status.h"
 #include "control/updatepass.h"
 #include "repository/repository.h"
+#include "rpmdb/rpmdb.h"
 #include "support/controls.h"
 #include "support/logger.h"
 
@@ -48,6 +49,12 @@ const RepoConfig* activeRepository(const Config& config)
         logMessage(ERROR, "wait interrupted");
     }
     return true;
+}
+
+SignatureVerdict verifyIndex(std::string_view sIndex, std::string_view sArmour)
+{
+    RpmDB database;
+    return database.open(false) ? database.verifyDetached(sIndex, sArmour) : SignatureVerdict{};
 }
 
 void cleanCache(const Config& config, const Repository& repository)
@@ -102,7 +109,7 @@ int runUpdate(const Config& config, const NameSet& packageNames)
         logMessage(INFO, "updating packages from repository '%s' (URI '%s')",
                    printable(pRepoConfig->name).c_str(), printable(pRepoConfig->uri).c_str());
     }
-    Repository repository(config, *pRepoConfig);
+    Repository repository(config, *pRepoConfig, verifyIndex);
     if (!repository.isFileUri() && !config.cacheOnly && config.maxWaitTime > 0 &&
         !delayRun(config.maxWaitTime)) {
         return ResultError;

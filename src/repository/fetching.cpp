@@ -70,8 +70,7 @@ bool Repository::update(const std::string& sUri)
         return false;
     }
     downloader.setNotifier(&notifier);
-    if (!downloader.download(k_pIndexLocation, m_sCacheDir + baseName(k_pIndexLocation), true)) {
-        logResourceFailure(k_pIndexLocation);
+    if (!fetchIndex(downloader)) {
         return false;
     }
     notifier.itemDone();
@@ -89,6 +88,19 @@ bool Repository::update(const std::string& sUri)
     }
     notifier.itemDone();
     return loadPrimary(*pPrimary, sSum);
+}
+
+bool Repository::fetchIndex(Downloader& downloader)
+{
+    if (m_pConfig->isSigned) {
+        return m_signedIndex.fetch(downloader);
+    }
+    const bool bFetched =
+        downloader.download(k_pIndexLocation, m_sCacheDir + baseName(k_pIndexLocation), true);
+    if (!bFetched) {
+        logResourceFailure(k_pIndexLocation);
+    }
+    return bFetched;
 }
 
 /// Has the file in the cache, fetched if the one there does not fit the index.

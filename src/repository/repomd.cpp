@@ -21,14 +21,15 @@ constexpr const char* k_pRepoNamespace = "http://linux.duke.edu/metadata/repo";
 /// its parent.
 class RepomdHandler : public Document {
 public:
-    RepomdHandler(std::string sCacheDir, ResourceSet& resources)
-        : m_sCacheDir(std::move(sCacheDir)), m_resources(resources)
+    /// @param pRevision  set to the text of the first `revision`; null if nobody asks for it.
+    RepomdHandler(std::string sCacheDir, ResourceSet& resources, std::string* pRevision)
+        : m_sCacheDir(std::move(sCacheDir)), m_resources(resources), m_pRevision(pRevision)
     {
     }
 
 private:
     /// What an open element is to us.
-    enum class Kind { OUTSIDE, DATA, LOCATION, CHECKSUM, OPEN_CHECKSUM, TIMESTAMP };
+    enum class Kind { OUTSIDE, DATA, LOCATION, CHECKSUM, OPEN_CHECKSUM, TIMESTAMP, REVISION };
 
     Take startElement(const StartTag& tag, bool bBound) override;
     bool endElement(const std::string& sText) override;
@@ -38,6 +39,7 @@ private:
 
     std::string m_sCacheDir;
     ResourceSet& m_resources;
+    std::string* m_pRevision;    ///< null when it is read, or nobody asks for it
     std::vector<Kind> m_vKinds;  ///< of the open elements
     RepoResource m_resource;     ///< of the `data` element under way
 };
@@ -95,6 +97,10 @@ Take RepomdHandler::startElement(const StartTag& tag, bool bBound)
     if (m_vKinds.empty() && !(bOurs && sName == "repomd")) {
         logMessage(DEBUG, "bad top-level element, '%s' instead of 'rempomd'", tag.name);
         return Take::FAIL;
+    }
+    if (m_pRevision != nullptr && m_vKinds.size() == 1 && bOurs && sName == "revision") {
+        m_vKinds.push_back(Kind::REVISION);
+        return Take::TEXT;
     }
     if (m_vKinds.empty() || (m_vKinds.back() == Kind::OUTSIDE && !(bOurs && sName == "data"))) {
         m_vKinds.push_back(Kind::OUTSIDE);
@@ -168,6 +174,9 @@ bool RepomdHandler::endElement(const std::string& sText)
             return tell(takeChecksum("open-checksum", sText, m_resource.openChecksum));
         case Kind::TIMESTAMP:
             return tell(takeTimestamp(sText, m_resource.timestamp));
+        case Kind::REVISION:
+            *std::exchange(m_pRevision, nullptr) = sText;
+            return true;
         case Kind::DATA:
             return tell(endData());
         default:
@@ -179,7 +188,7 @@ bool RepomdHandler::endData()
 {
     const std::string sBase = baseName(m_resource.location);
     if (m_resource.type == "primary" &&
-        (sBase == "packages" || sBase == baseName(k_pIndexLocation) ||
+        (sBase == "packages" || sBase.starts_with(baseName(k_pIndexLocation)) ||
          sBase.ends_with(k_pTableSuffix))) {
         logMessage(DEBUG, "'location' of 'data' element takes a place of the cache");
         return false;
@@ -193,6 +202,14 @@ bool RepomdHandler::endData()
 
 bool parseRepomd(const std::string& sCacheDir, ResourceSet& resources)
 {
-    RepomdHandler handler(sCacheDir, resources);
+    RepomdHandler handler(sCacheDir, resources, nullptr);
     return handler.read(sCacheDir + baseName(k_pIndexLocation)) == Outcome::READ;
+}
+
+bool readRevision(const std::string& sPath, std::string& sRevision)
+{
+    ResourceSet resources;
+    sRevision.clear();
+    RepomdHandler handler("", resources, &sRevision);
+    return handler.read(sPath) == Outcome::READ;
 }

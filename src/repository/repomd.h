@@ -45,5 +45,12 @@ using ResourceSet = std::set<RepoResource, ByType>;
 ///                   but for syntax errors.
 [[nodiscard]] bool parseRepomd(const std::string& sCacheDir, ResourceSet& resources);
 
+/// Reads the `revision` that an index gives itself.
+///
+/// @param sPath      of the index.
+/// @param sRevision  empty if it has none.
+/// @return           as for parseRepomd().
+[[nodiscard]] bool readRevision(const std::string& sPath, std::string& sRevision);
+
 /// Path of the index, relative to the base of a repository.
 inline constexpr const char* k_pIndexLocation = "repodata/repomd.xml";

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -48,10 +49,12 @@ bool removeEntries(DIR* pDirectory, const std::string& sPath)
 
 }  // namespace
 
-Repository::Repository(const Config& allConfig, const RepoConfig& repoConfig)
+Repository::Repository(const Config& allConfig, const RepoConfig& repoConfig,
+                       SignatureVerifier verify)
     : m_pConfig(&repoConfig),
       m_sCacheDir(allConfig.cacheDir + repoConfig.id + "/"),
-      m_sPackagesDir(m_sCacheDir + "packages/")
+      m_sPackagesDir(m_sCacheDir + "packages/"),
+      m_signedIndex(repoConfig, m_sCacheDir, std::move(verify))
 {
     setUri(repoConfig.uri);
 }
@@ -70,6 +73,9 @@ void Repository::setUri(const std::string& sUri)
 bool Repository::load()
 {
     m_resources.clear();
+    if (m_pConfig->isSigned && !m_signedIndex.checkCached()) {
+        return false;
+    }
     if (!readIndex()) {
         return false;
     }

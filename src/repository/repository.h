@@ -5,6 +5,7 @@
 #include "packages/updateset.h"
 #include "repository/primary.h"
 #include "repository/repomd.h"
+#include "repository/signedindex.h"
 
 #include <string>
 
@@ -13,11 +14,14 @@
 ///
 /// Below `Config::cacheDir`, which must exist, the cache holds a directory of the repository's id
 /// with "repomd.xml", the primary file under the name that the index gives it, its compiled form beside
-/// it, and "packages/". Nothing is ever half written under a final name.
+/// it, and "packages/"; see SignedIndex for what else a signed repository has. Nothing is ever half written under a final name.
 class Repository {
 public:
     /// Touches no file. Both records must outlive the object.
-    Repository(const Config& config, const RepoConfig& repoConfig);
+    ///
+    /// @param verify  tests the index of a repository that is to be signed; without it no such index
+    ///                is believed.
+    Repository(const Config& config, const RepoConfig& repoConfig, SignatureVerifier verify = {});
     ~Repository();
     Repository(const Repository&) = delete;
     Repository& operator=(const Repository&) = delete;
@@ -58,6 +62,7 @@ public:
     [[nodiscard]] const PrimaryContents& contents() const { return m_contents; }
 
 private:
+    [[nodiscard]] bool fetchIndex(Downloader& downloader);
     [[nodiscard]] bool readIndex();
     [[nodiscard]] const RepoResource* findPrimary() const;  ///< null (logged) if there is none
     [[nodiscard]] bool loadPrimary(const RepoResource& primary, const std::string& sSum);
@@ -69,6 +74,7 @@ private:
     std::string m_sCacheDir;      ///< ends in a slash
     std::string m_sPackagesDir;   ///< ends in a slash
     std::string m_sUri;
+    SignedIndex m_signedIndex;   ///< only if it is to be signed
     ResourceSet m_resources;     ///< of the index last read
     PrimaryContents m_contents;  ///< of the primary file last read
     std::string m_sContentsSum;  ///< the checksum of that file; empty if it was not read to its end

@@ -23,7 +23,8 @@ UPDATER = {  # by the verdicts of schema and program
         PACKAGES.format(f"<addons>{TWO}<group><name>System/Base One</name></group>{ONE}</addons><release>{ONE}</release>"),
         '<repository enabled="false" id="a b"><location href="/srv"/><name>n</name></repository>' + REPOSITORY,
         '<repository id="..."><location href="file:///srv"/></repository>',
-        '<repository id="kelo42"><location href="https://[::1]:80/a?b"/></repository>'],
+        '<repository id="kelo42"><location href="https://[::1]:80/a?b"/></repository>',
+        *(REPOSITORY.replace(">", f" signed={words}>", 1) for words in ("'false'", "'true'", "'true' max-age='009999'"))],
     (False, False): [
         "<log", '<log level="warning"/>', "<log><logger/></log>", '<log><logger type="syslog"/></log>',
         '<log><logger type="syslog"><facility>mail</facility></logger></log>', "<product><name/></product>", "<user-agent><base/></user-agent>",
@@ -31,6 +32,8 @@ UPDATER = {  # by the verdicts of schema and program
         PACKAGES.format("<addons><package><name/></package></addons>"),
         PACKAGES.format(f"<release><group><name>g</name></group>{ONE}</release>"),
         *(f'<repository id="{id}"><location href="/srv"/></repository>' for id in ("", ".", "..", "a/b", "a&#10;b", "a\x7fb")),
+        *(REPOSITORY.replace(">", f" {words}>", 1) for words in ("signed='yes'", "signed='false' max-age='1'", "max-age='1'", *(
+            f"signed='true' max-age='{days}'" for days in ("", "0", "-1", "10000", "1d")))),
         '<repository><location href="/srv"/></repository>', '<repository id="a"/>', '<repository id="a"><location href=""/></repository>',
         '<repository id="a"><name/><location href="/srv"/></repository>', '<tls trust=""/>', '<tls trust="ca.pem"/>'],
     (False, True): [

@@ -23,6 +23,10 @@ PAIR = [LIB, Package("lib-data", "1-1", requires=("lib = 1-1",))]
 FILES = Package("lib-files", "2-1", obsoletes=("lib-data < 2",))
 SIGNER = """export GNUPGHOME=/root GPG_TTY=; gpg --batch -q --pinentry-mode loopback --passphrase '' --quick-gen-key \
 'Example <packages@example.com>' rsa2048 sign 0; gpg --armor --export >/root/key; gpgconf --kill all; rpm --import /root/key"""
+SIGN = "gpg --armor --detach-sign repodata/repomd.xml; gpg --armor --detach-sign ../new/repodata/repomd.xml; gpgconf --kill all"
+SIGNED = f"{SIGNER}; sed -i 's/id=\"base\"/& signed=\"true\"/' /etc/updater.conf"
+TWO = f"""rpm -e gpg-pubkey; {SIGNED}; gpg --batch -q --pinentry-mode loopback --passphrase '' --quick-gen-key \
+'Second <second@example.com>' rsa2048 sign 0; gpg --armor --export second@ >../second.asc; gpgconf --kill all"""
 HOOK = "printf '#!/bin/sh\n[ $1 != init ] || [ ! -e /opt/key ] || rpm --import /opt/key' >/usr/lib/updater/hook"
 
 
@@ -60,6 +64,11 @@ SCENES = {
     "newer updater": dict(offered=[Package("app", "2-1", requires=("updater-running >= 1.2",)),
                                    Package("updater", "1.2-1", provides=("updater-running = 1.2",))], installed=[APP, UPDATER]),
     "key": dict(offered=[Package("app", "2-1", key="second")], installed=[APP, UPDATER], before=HOOK),
+    "signed": dict(before=f"{SIGNED}; rm -r repodata"),
+    "signed, then made anew": dict(before=f"{SIGNED}; {SIGN}"),
+    "signed upload": dict(offered=[], new=[APP2], before=f"{SIGNED}; {SIGN}; updater -n"),
+    "signed gap": dict(offered=[], new=[APP2], before=f"{SIGNED}; {SIGN}; updater -n"),
+    "signed by two keys": dict(before=TWO),
 }
 
 

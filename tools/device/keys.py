@@ -80,3 +80,14 @@ def sign(name: str, packages: list[Path]) -> None:
         subprocess.run(["rpmsign", "--define", f"__gpg {shutil.which('gpg')}", "--define",
                         f"_gpg_name ={_address(name)}", "--addsign", *map(str, packages)],
                        env=environment, stdin=subprocess.DEVNULL, capture_output=True, check=True)
+
+
+def signature(data: bytes, *names: str, options: tuple[str, ...] = ()) -> bytes:
+    """A detached signature of these bytes by each of the keys, in one armour."""
+    with cache.locked():
+        secrets = [str(_files(name) / "secret.asc") for name in names]
+    with _key_ring() as environment:
+        _gpg(environment, "--import", *secrets)
+        users = [part for name in names for part in ("--local-user", f"={_address(name)}")]
+        return subprocess.run(["gpg", "--batch", "--quiet", *users, "--armor", *options, "--detach-sign"], input=data,
+                              env=environment, capture_output=True, check=True).stdout

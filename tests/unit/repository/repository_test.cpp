@@ -50,6 +50,7 @@ TEST(Repomd, judgesTheIndex)
          {{">2<", "><"}, "DEBUG: no string list for node 'open-checksum'\n" + sNoSum + sFailed},
          {{"a/p.gz", "/packages/"}, sPlace},
          {{"p.gz", "p.table"}, sPlace},
+         {{"p.gz", "repomd.xml.revision"}, sPlace},
          {{"<r:repomd", "<!DOCTYPE r:repomd [<!ENTITY % p ''>]><r:repomd"},
           "DEBUG: document type declaration in metadata\n"},
          {{"p.gz", "p.tmp"}, "DEBUG: unusable file name 'p.tmp' in 'location'\n" + sFailed},
