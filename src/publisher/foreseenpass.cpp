@@ -6,7 +6,6 @@
 #include "rpmdb/rpmdb.h"
 #include "support/childprocess.h"
 #include "support/files.h"
-#include "support/logger.h"
 
 #include <utility>
 
@@ -23,7 +22,6 @@ bool arrives(const ForeseenDevice& device, const UpdateSet& updateSet)
         const Checksum checksum = package.checksum();
         if (device.bPackages ? !isReadable(sPath) || !checksum.checkFile(sPath)
                              : checksum.type != "sha") {
-            logMessage(ERROR, "failed downloading packages");
             return false;
         }
     }
@@ -64,13 +62,13 @@ bool runRpm(const ForeseenDevice& device, const UpdateSet& updateSet,
 
 /// Brings the state to where the update leads, by what is known of rpm or by rpm itself.
 ///
-/// @return false (logged) if rpm refuses the set.
-bool install(const ForeseenDevice& device, const UpdateSet& updateSet)
+/// @param sRefusal  set to why not, unless rpm's own lines tell it.
+/// @return          false if rpm refuses the set.
+bool install(const ForeseenDevice& device, const UpdateSet& updateSet, std::string& sRefusal)
 {
     if (!device.bRpm || device.state->database.empty()) {
-        const std::string sRefusal = refusalOf(*device.state->packages, updateSet);
+        sRefusal = refusalOf(*device.state->packages, updateSet);
         if (!sRefusal.empty()) {
-            logMessage(ERROR, "%s", sRefusal.c_str());
             return false;
         }
         device.state->packages = installedAfter(*device.state->packages, updateSet);
@@ -86,20 +84,18 @@ bool install(const ForeseenDevice& device, const UpdateSet& updateSet)
 
 }  // namespace
 
-int foreseeInstallation(const ForeseenDevice& device, const UpdateSet& updateSet,
-                        std::string& sReason)
+int foreseeInstallation(const ForeseenDevice& device, const UpdateSet& updateSet, Refusal& refusal)
 {
+    std::string sText;
     if (!arrives(device, updateSet)) {
-        sReason = "download-fails";
-        return ResultRetryUpdater;
+        refusal = {"download-fails", ""};
+    } else if (device.bPackages && !device.state->database.empty() &&
+               !isTrusted(device, updateSet)) {
+        refusal = {"signature-fails", ""};
+    } else if (!install(device, updateSet, sText)) {
+        refusal = {"rpm-refuses", sText};
+    } else {
+        return ResultReboot;
     }
-    if (device.bPackages && !device.state->database.empty() && !isTrusted(device, updateSet)) {
-        sReason = "signature-fails";
-        return ResultRetryUpdater;
-    }
-    if (!install(device, updateSet)) {
-        sReason = "rpm-refuses";
-        return ResultRetryUpdater;
-    }
-    return ResultReboot;
+    return ResultRetryUpdater;
 }

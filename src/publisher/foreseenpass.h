@@ -14,10 +14,16 @@ struct ForeseenDevice {
     bool bRpm;           ///< rpm itself is asked, in the state's own database
 };
 
+/// What stops a pass.
+struct Refusal {
+    std::string id;    ///< of the finding
+    std::string text;  ///< what the log does not tell; may be empty
+};
+
 /// The second half of a pass as far as a look ahead can go: are the packages there and whole, do the
 /// device's keys fit, does rpm take them? If so, the state has them installed.
 ///
-/// @param sReason  set to the id of the finding that stopped it; else unchanged.
+/// @param refusal  set to what stopped it; else unchanged.
 /// @return         as installPackages() does.
 [[nodiscard]] int foreseeInstallation(const ForeseenDevice& device, const UpdateSet& updateSet,
-                                      std::string& sReason);
+                                      Refusal& refusal);

@@ -101,7 +101,7 @@ void ForeseenRun::pass(PassPlan& plan, bool& bAgain)
     UpdateSet updateSet;
     int iResult = analysePass(next.config, next.rules, *m_device.state->packages,
                               m_device.offer->packages(), updateSet);
-    std::string sReason = "unsatisfied";
+    Refusal refusal = {"unsatisfied", ""};
     unsigned uCount = 0;
     if (iResult == ResultOk) {
         uCount = static_cast<unsigned>(updateSet.size());
@@ -110,7 +110,7 @@ void ForeseenRun::pass(PassPlan& plan, bool& bAgain)
             m_announced = updateSet;
         }
         if (!next.config.checkOnly && !updateSet.empty()) {
-            iResult = foreseeInstallation(m_device, updateSet, sReason);
+            iResult = foreseeInstallation(m_device, updateSet, refusal);
         }
     }
     if (iResult == ResultReboot) {
@@ -125,9 +125,12 @@ void ForeseenRun::pass(PassPlan& plan, bool& bAgain)
         if (std::any_of(report.lines.begin(), report.lines.end(), [](const std::string& sLine) {
                 return sLine.starts_with("ERROR: newer updater required");
             })) {
-            sReason = "needs-newer-updater";
+            refusal.id = "needs-newer-updater";
         }
-        tellOfFailure(report, sReason, updateSet);
+        if (!refusal.text.empty()) {
+            report.lines.push_back(refusal.text);
+        }
+        tellOfFailure(report, refusal.id, updateSet);
     }
     m_bUpdaterOnly |= iResult == ResultRetryUpdater;
     m_run.passes.push_back(std::move(report));

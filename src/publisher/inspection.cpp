@@ -32,7 +32,7 @@ public:
 private:
     [[nodiscard]] bool readPrevious(std::string& sFailure);
     [[nodiscard]] bool makeStates(std::string& sFailure);
-    void lookAtFiles();
+    [[nodiscard]] bool lookAtFiles(std::string& sFailure);
     void lookAtPaths();
     void foresee();
 
@@ -80,24 +80,21 @@ bool Inspection::makeStates(std::string& sFailure)
                        [&](const std::string& sList) { return make(makeListedState, sList); });
 }
 
-void Inspection::lookAtFiles()
+bool Inspection::lookAtFiles(std::string& sFailure)
 {
     if (m_options.metadataOnly) {
-        return;
+        return true;
+    }
+    const std::string sKeys = m_options.keys.empty() ? "" : m_sTemporary + "keys";
+    if (!sKeys.empty() &&
+        !makeDatabase(sKeys, m_options.keys, [](const AddHeader&) { return true; })) {
+        sFailure = "a key cannot be read";
+        return false;
     }
     m_offer.fetchPackages();
-    std::string sKeys;
-    if (!m_options.keys.empty()) {
-        sKeys = m_sTemporary + "keys";
-        if (!makeDatabase(sKeys, m_options.keys, [](const AddHeader&) { return true; })) {
-            sKeys.clear();
-            m_report.findings.push_back({"key", Severity::ERROR, m_options.keys.front(),
-                                         "the keys cannot be read", "", "give armoured public keys",
-                                         "", m_log.take()});
-        }
-    }
     m_files = inspectFiles(m_offer, m_setting.asked, sKeys, m_log, m_report.findings);
     findUnnamedFiles(m_offer, m_report.findings);
+    return true;
 }
 
 /// Finds required paths that nobody has.
@@ -151,7 +148,9 @@ bool Inspection::go(std::string& sFailure)
     m_setting.keys = m_options.keys;
     m_setting.databases = !m_options.metadataOnly;
     m_setting.asked = requiredPaths(m_offer.packages());
-    lookAtFiles();
+    if (!lookAtFiles(sFailure)) {
+        return false;
+    }
     checkOffered(m_offer.contents(), m_files.architectures, findings);
     checkConfiguredNames(m_config, m_offer.packages(), findings);
     if (!readPrevious(sFailure) || !makeStates(sFailure)) {

@@ -51,6 +51,13 @@ Finding refused(const std::string& sId, const std::string& sSubject, const std::
             {}};
 }
 
+bool hasHashInName(const RepoResource& resource)
+{
+    const std::string sName = baseName(resource.location);
+    const std::size_t uHash = sName.find_first_not_of("0123456789abcdef");
+    return uHash != std::string::npos && uHash >= 32 && sName[uHash] == '-';
+}
+
 std::string firstBytes(const std::string& sPath)
 {
     std::array<char, 8> vBytes = {};
@@ -115,8 +122,20 @@ bool Offer::read(DeviceLog& log, Findings& findings)
     std::vector<std::string> vLines = log.take();
     if (!bRead) {
         findings.push_back(explainFailure(log, std::move(vLines)));
+        return false;
     }
-    return bRead;
+    ResourceSet resources;
+    if (parseRepomd(m_sCache, resources) && hasHashInName(*resources.find("primary"))) {
+        findings.push_back({"hashed-names",
+                            Severity::WARNING,
+                            resources.find("primary")->location,
+                            "its name holds its checksum",
+                            "keep one more file at each change of the repository, for good",
+                            "createrepo_c --simple-md-filenames",
+                            "",
+                            {}});
+    }
+    return true;
 }
 
 /// Why the metadata that lie in the cache are refused.

@@ -34,14 +34,21 @@ std::string joined(const std::vector<std::string>& vTexts)
     return sAll;
 }
 
+/// A text from outside, fit for a terminal.
+std::string shown(std::string sText)
+{
+    std::replace(sText.begin(), sText.end(), '\t', ' ');
+    return printable(sText);
+}
+
 std::string findingText(const Finding& finding)
 {
     std::string sText = std::string(severityWord(finding.severity)) + ": " +
                         (finding.state.empty() ? "" : finding.state + ": ") +
-                        printable(finding.subject) + ": " + printable(finding.text) + " [" +
+                        printable(finding.subject) + ": " + shown(finding.text) + " [" +
                         finding.id + "]\n";
     for (const std::string& sLine : finding.lines) {
-        sText += "    | " + printable(sLine) + "\n";
+        sText += "    | " + shown(sLine) + "\n";
     }
     if (!finding.devices.empty()) {
         sText += "  devices: " + finding.devices + "\n";
@@ -60,7 +67,7 @@ std::string runText(const RunReport& run)
         sText += "  " + pass.name + ": " + counted(pass.packages.size(), "package") +
                  (pass.failed ? ", FAILS" : "") + joined(pass.packages) + "\n";
         for (const std::string& sLine : pass.lines) {
-            sText += "    | " + printable(sLine) + "\n";
+            sText += "    | " + shown(sLine) + "\n";
         }
     }
     if (!run.neverReached.empty()) {

@@ -10,7 +10,8 @@ from scenes import NEW, OLD, set_up
 
 PAGES = {path.name: path.read_text() for path in sorted((PROJECT / "man").iterdir())}
 GUIDE = (PROJECT / "docs/operating.md").read_text(encoding="utf-8")
-SOURCE = re.sub(r'"\s*\n\s*"', "", "".join(path.read_text() for path in sorted((PROJECT / "src").rglob("*.[ch]*"))))
+SOURCE = re.sub(r'"\s*\n\s*"', "", "".join(path.read_text() for path in sorted((PROJECT / "src").rglob("*.[ch]*"))
+                                       if path.parent.name != "publisher"))
 LEVELS = ["INFO", "WARNING", "ERROR", "FATAL"]
 TEXT = r'"((?:[^"\\]|\\.)*)"'
 CALLS = re.findall(rf"logMessage\(\s*(\w+)(\[.*?\])?,\s*(?:[\w.]+ \? )?{TEXT}(?:\s*: {TEXT})?", SOURCE)

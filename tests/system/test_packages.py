@@ -23,12 +23,13 @@ TREE = """
 644 /usr/lib/systemd/system/ updater-boot.service updater-inhibit.service updater.service updater.timer
 644 /usr/lib/tmpfiles.d/ updater.conf
 755 /usr/libexec/updater/ clear-rebooting ensure-reboot
+755 /usr/bin/ updater-repocheck
 755 /usr/sbin/ updater
 644 /usr/share/bash-completion/completions/ updater
 644 /usr/share/doc/updater/ CHANGELOG.md README.md SECURITY.md operating.md publishing.md
 644 /usr/share/doc/updater/examples/ defaults.conf orvproxy.conf updater.conf
 755 /usr/share/doc/updater/examples/ hook
-644 /usr/share/man/ man5/updater.conf.5 man7/updater-hook.7 man7/updater-report.7 man8/updater.8
+644 /usr/share/man/ man5/updater.conf.5 man7/updater-hook.7 man7/updater-report.7 man8/updater-repocheck.8 man8/updater.8
 644 /usr/share/updater/ orvproxy.rng updater.rng
 755 /var/ cache/updater/ lib/updater/ log/updater/
 """

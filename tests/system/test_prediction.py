@@ -1,28 +1,27 @@
 """What updater-repocheck foresees is what a device does: random repositories of real packages, each in a private device."""
 
 import random
+import re
 from pathlib import Path
 
 import pytest
+from conftest import PROJECT
 from device import keys
 from device.device import Device, Package
-from test_repocheck import repocheck
+from test_repocheck import ids, repocheck
 
-NAMES = "abcdefgh"
+NAMES = (*"abcdefg", "updater")
 #: Findings that take the files of packages.
 ONLY_FILES = {"rpm-refuses", "download-fails", "signature-fails"}
-#: As updater-repocheck(8) gives it.
-LIST = ("rpm -qa --qf '" r"P\t%{NAME}\t%{EPOCHNUM}\t%{VERSION}\t%{RELEASE}\t%{ARCH}\n"
-        + "".join(rf"[{kind}\t%{{{tag}NAME}}\t%{{{tag}FLAGS}}\t%{{{tag}VERSION}}\n]" for kind, tag in
-                  (("R", "REQUIRE"), ("V", "PROVIDE"), ("C", "CONFLICT"), ("O", "OBSOLETE")))
-        + r"[F\t%{FILENAMES}\n]" "'")
+#: The line that makes a list.
+LIST = re.search(r"^rpm -qa .*'", (PROJECT / "man/updater-repocheck.8").read_text(), re.MULTILINE)[0].replace(r"\e", "\\")
 
 
 def package(dice: random.Random, name: str, version: int) -> Package:
     """One that may need, provide and obsolete others; few enough kinds for the cache to have most of them."""
     if version == 1:
         return Package(name, "1-1", provides=("feature-a",) if name == "a" else ())
-    others = NAMES.replace(name, "")
+    others = [other for other in NAMES if other != name]
     requires = [dice.choice([f"{other} >= {dice.choice('12')}", f"feature-{other}", "/opt/base", "(a if b)", f"/opt/{other}/version"])
                 for other in dice.sample(others, dice.choice((0, 0, 1, 1, 2)))]
     return Package(name, f"{version}-1", requires=tuple(requires),
@@ -47,7 +46,7 @@ def test_a_device_does_what_was_foreseen(program: Path, tmp_path: Path, seed: in
         _, full = repocheck(program, "--root", device.directory, "--installed", tmp_path / "list", *options)
         runs = full["runs"]
         _, values = repocheck(program, "--metadata-only", "--root", device.directory, *options)
-        if not {f["id"] for f in full["findings"] if f["severity"] == "error"} & ONLY_FILES:
+        if not ids(full) & ONLY_FILES:
             runs.append(values["runs"][0])  # then the same comes of values alone
         result = device.run()
         # The lists of the check and of each pass, as the device names them.

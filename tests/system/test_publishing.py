@@ -2,6 +2,7 @@
 
 import os
 import re
+import shutil
 import subprocess
 import sys
 
@@ -58,6 +59,7 @@ SCENES = {
     "release": dict(offered=[Package("app", "2-1", requires=("libfoo > 2-1",)), Package("lib", "2-2", provides=("libfoo = 2",))]),
     "strict": dict(offered=[LIB2, FILES], installed=PAIR),
     "strict mended": dict(offered=[Package("lib", "2-1", provides=("lib = 1-1",)), FILES], installed=PAIR),
+    "look ahead": dict(offered=[CORE, MAPS], installed=[NAV], groups=["Extras"]),
     "split": dict(offered=[CORE, MAPS], installed=[NAV], groups=["Extras"]),
     "split by a require": dict(offered=[CORE_WITH_MAPS, MAPS], installed=[NAV], groups=["Extras"]),
     "split by name": dict(offered=[CORE, MAPS], installed=[NAV], addons=["nav-maps"]),
@@ -73,8 +75,10 @@ SCENES = {
 
 
 @pytest.mark.parametrize("name", BLOCKS)
-def test_blocks(device, name):
+def test_blocks(device, name, program):
     scene = SCENES[name]
+    if name == "look ahead":
+        shutil.copy(program.with_name("updater-repocheck"), device.path("/device/bin"))
     if name == "architectures" and os.uname().machine != "x86_64":
         pytest.skip("for x86_64")
     if name == "key":

@@ -1,17 +1,22 @@
 """updater-repocheck: each mistake of a publisher is told of, and a good repository is not found fault with."""
 
 import dataclasses
+import functools
 import json
+import http.server
+import re
 import shutil
 import subprocess
+import threading
 from collections.abc import Callable
 from pathlib import Path
 
 import pytest
-from device import keys
+from conftest import PROJECT
+from device import cache, keys
 from device.packages import BASE, Package, build, damaged
 from device.repository import COMMAND
-from scenes import NEW, OLD
+from scenes import NEW, OLD, edit_primary
 
 SYSTEM = dataclasses.replace(BASE, key="vendor")
 OLD_NAV, CORE, MAPS = (Package("nav", "1-1"), Package("nav-core", "2-1", obsoletes=("nav < 2",)),
@@ -33,6 +38,7 @@ class Scene:
     gone: tuple[str, ...] = ()
     release: str = "firmware"
     addons: str = "<package><name>extra</name></package>"
+    keys: tuple[str, ...] = ("vendor",)
     before: Callable[[Path], object] = lambda repo: None  # in front of createrepo_c
     command: list[str] = dataclasses.field(default_factory=lambda: COMMAND)
     behind: Callable[[Path], object] = lambda repo: None
@@ -55,7 +61,7 @@ class Scene:
         (top / "conf").write_text(f"""<updater><product><packages><release><package><name>{self.release}</name>
             </package></release><addons>{self.addons}</addons></packages></product></updater>""")
         return repocheck(program, "--conf-file", top / "conf", "--previous", top / "old", "--baseline",
-                         "--key", keys.public_key("vendor"), top / "new")
+                         *(f"--key={keys.public_key(key)}" for key in self.keys), top / "new")
 
 
 def repocheck(program: Path, *arguments: object) -> tuple[int, dict]:
@@ -72,6 +78,24 @@ def ids(report: dict, worst: str = "note") -> set[str]:
 
 def spoil(how: str) -> Callable[[Path], object]:
     return lambda repo: damaged(next(repo.glob("app-2*")), how, next(repo.glob("app-2*")))
+
+
+def in_file(name: str, old: str, new: str) -> Callable[[Path], object]:
+    return lambda repo: (repo / name).write_text((repo / name).read_text().replace(old, new, 1))
+
+
+class Published:
+    """What edit_primary() takes for a device."""
+
+    def __init__(self, repo: Path) -> None:
+        self.path = lambda path: repo / path.removeprefix("/srv/repo/")
+        self.read = lambda path: self.path(path).read_text()
+        self.write = lambda path, text: self.path(path).write_text(text)
+
+
+def sign_weakly(repo: Path) -> None:
+    with cache.locked():
+        keys.sign("vendor", [repo / "app-2-1.noarch.rpm"], "sha1")
 
 
 def app(**more: object) -> Scene:
@@ -100,6 +124,20 @@ MISTAKES = {
     "checksums of packages": ("checksum-type download-fails", 2, Scene(
         command=[*TYPES, "--checksum", "sha256", "--repomd-checksum", "sha"])),
     "compression": ("compression", 2, Scene(command=[word.replace("gz", "bz2") for word in COMMAND])),
+    "no primary file": ("no-primary", 2, Scene(behind=in_file("repodata/repomd.xml", '"primary"', '"other"'))),
+    "another index": ("index-refused", 2, Scene(behind=in_file("repodata/repomd.xml", "<repomd ", "<mdrepo "))),
+    "edited metadata": ("header-differs", 2, Scene(behind=lambda repo: edit_primary(
+        Published(repo), lambda text: text.replace('<rpm:entry name="extra" ', '<rpm:entry name="other" ')))),
+    "hashes in names": ("hashed-names", 1, Scene(command=[word for word in COMMAND if not word.startswith("--simple")])),
+    "same name elsewhere": ("same-file-name download-fails", 2, Scene(before=lambda repo: [
+        (repo / "sub").mkdir(), (repo / "app-2-1.noarch.rpm").rename(repo / "sub/lib-2-1.noarch.rpm")])),
+    "one version twice": ("listed-twice", 1, Scene(before=lambda repo: [
+        (repo / "sub").mkdir(), shutil.copy(repo / "app-2-1.noarch.rpm", repo / "sub")])),
+    "for another machine": ("other-architecture", 0, Scene((Package("arm", "1-1", arch="aarch64"),))),
+    "no key to ask": ("unsigned", 1, dataclasses.replace(Scene((Package("app", "2-1", key=""),)), keys=())),
+    "old digest": ("weak-signature", 1, Scene(before=sign_weakly)),
+    "announced in vain": ("never-reached", 1, Scene((*TWO_PROVIDERS[:2], Package("firmware", "2-1", requires=("y",)),
+        *TWO_PROVIDERS[3:4], TWO_PROVIDERS[5]), gone=("extra",), addons="<package><name>z</name></package>")),
     "file name": ("primary-refused", 2, Scene(
         before=lambda repo: (repo / "app-2-1.noarch.rpm").rename(repo / "app[2].rpm"))),
     "unsigned": ("signature signature-fails", 2, app(key="")),
@@ -143,3 +181,33 @@ def test_a_good_repository_is_left_in_peace(program: Path, tmp_path: Path) -> No
     assert (code, report["findings"], report["runs"][0]["status"]) == (0, [], "REBOOTING")
     assert [p["packages"] for p in report["runs"][0]["passes"][1:]] == [
         ["app-2-1.noarch.rpm", "lib-2-1.noarch.rpm"], ["extra-5-1.noarch.rpm", "firmware-2-1.noarch.rpm"]]
+
+
+def test_the_page_tells_of_all(program: Path) -> None:
+    page = (PROJECT / "man/updater-repocheck.8").read_text()
+    findings = page[page.index(".Sh FINDINGS"):page.index(".Sh JSON")]
+    named = {name for line in re.findall(r"^\.It Cm (.*)", findings, re.MULTILINE) for name in line.split(" , ")}
+    assert named == {name for expected, _, _ in MISTAKES.values() for name in expected.split()}
+    help_ = subprocess.run([program.with_name("updater-repocheck"), "--help"], capture_output=True, text=True, check=True).stdout
+    assert re.findall(r"^\.It Fl -(\S+)(?: Ns = Ns Ar (\S+))?$", page, re.MULTILINE) == re.findall(
+        r"^  +--([\w-]+)(?:[= ](\S+))?", help_[:help_.index("Help options")], re.MULTILINE)
+
+
+def test_a_server_gives_what_a_directory_gives(program: Path, tmp_path: Path) -> None:
+    _, of_directory = Scene().check(program, tmp_path)
+    handler = functools.partial(http.server.SimpleHTTPRequestHandler, directory=str(tmp_path))
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), handler) as server:
+        threading.Thread(target=server.serve_forever, daemon=True).start()
+        _, of_server = repocheck(program, "--conf-file", tmp_path / "conf", "--previous", tmp_path / "old", "--baseline",
+                                 "--key", keys.public_key("vendor"), f"http://127.0.0.1:{server.server_port}/new")
+        server.shutdown()
+    assert of_server["runs"] == of_directory["runs"] and of_server["findings"] == []
+
+
+@pytest.mark.parametrize("line", ["P\ta\t0\t1", "P\ta\tx\t1\t1\tnoarch", "R\ta\t0\t1", "P\t\t0\t1\t1\tnoarch", "nonsense", ""])
+def test_a_list_that_is_none(program: Path, tmp_path: Path, line: str) -> None:
+    (tmp_path / "list").write_text(line + "\n")
+    Scene().publish(tmp_path / "new", {}, False)
+    done = subprocess.run([program.with_name("updater-repocheck"), "--installed", tmp_path / "list", tmp_path / "new"],
+                          capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stdout) == (2, "") and "line 1 of" in done.stderr

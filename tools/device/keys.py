@@ -72,13 +72,13 @@ def public_key(name: str) -> Path:
         return _files(name) / "public.asc"
 
 
-def sign(name: str, packages: list[Path]) -> None:
+def sign(name: str, packages: list[Path], digest: str = "sha512") -> None:
     """Signs package files in place. The caller holds the cache's lock."""
     secret = _files(name) / "secret.asc"
     with _key_ring() as environment:
         _gpg(environment, "--import", str(secret))
         subprocess.run(["rpmsign", "--define", f"__gpg {shutil.which('gpg')}", "--define",
-                        f"_gpg_name ={_address(name)}", "--addsign", *map(str, packages)],
+                        f"_gpg_name ={_address(name)}", "--define", f"_gpg_digest_algo {digest}", "--addsign", *map(str, packages)],
                        env=environment, stdin=subprocess.DEVNULL, capture_output=True, check=True)
 
 
