@@ -22,6 +22,7 @@ XML = ["<?xml version=\"1.0\"?>", "<!--", "-->", "<![CDATA[", "]]>", "<!DOCTYPE 
 #: Words that no seed holds, by target.
 WORDS = {"primary": [*XML, "<rpm:group>", ".tmp", "packages"], "index": [*XML, ".tmp", ".table", "packages"],
          "configuration": [*XML, "enabled=\"false\"", "trust=\"system\"", "trust=\"/\"", "kelo42", "syslog", "facility"],
+         "armour": ["-----BEGIN PGP SIGNATURE-----", "-----END PGP SIGNATURE-----", "\n\n", "=", "iQ", "wv8A"],
          "proxyfile": [*XML, "bypassLocalNetwork=\"off\"", "65534", "secret"],
          "downloader": ["204 N", "Connection: close", "Basic ", "stale=true", "https://other/", "../", "[::1]", "\r\n\r\n",
                         "\n----\n"],
@@ -99,6 +100,8 @@ def _written() -> Iterator[tuple[str, bytes]]:
             yield "downloader", (origin + "\n----\n".join(answers)).encode()
     for uri in ("http://h:80/p", "https://[::1]/", "file:///dev/null", "http://[::1]:8/", "ftp://h/"):
         yield "downloader", f"u{uri}\n----\n{_GOOD}".encode()
+    for names in (["vendor"], ["vendor", "stranger"]):
+        yield "armour", keys.signature(b"index", *names)
     yield "childlines", b"Preparing...  ####\nUpdating / installing...\n\na\n\0\n" + b"x" * 1500
 
 
