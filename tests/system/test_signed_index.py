@@ -7,20 +7,19 @@ import pytest
 from device import keys
 from device.device import Device
 from peers import GOOD, INDEX, log_of, nginx, point_at, scripted, squid, update, use_proxy
-from scenes import NEW, set_up
+from scenes import NEW, NEW_STATE, set_up
 from test_faults import moved, reply
 
-SIGNATURE = f"{INDEX}.asc"
-CACHE = "/var/cache/updater/base"
+SIGNATURE, CACHE = f"{INDEX}.asc", "/var/cache/updater/base"
 NOW, DAY = int(time.time()), 86400
 ROADS = {"file": "file:///srv/repo", "http": "http://127.0.0.1:8080/srv/repo", "proxy": "http://repo.test/srv/repo"}
 FAILED = ["ERROR: could not update repository data", "INFO: --- EXIT ERROR ---"]
 AGAIN = ["WARNING: the signature does not fit the repository index; fetching both anew"] * 2
 BAD = "ERROR: bad signature of key KEY on the repository index"
 UNUSABLE = f"ERROR: no usable signature in '{SIGNATURE}'"
+LONG, NOT_GOT = f"failed fetching '{INDEX}' (longer than it may be)", "ERROR: failed getting repository resource "
 UNKNOWN = "ERROR: repository index is signed by key KEY, which is not in the rpm database"
 OLDER = "ERROR: repository index is older than one before: revision 1999, accepted before: 2000"
-TOO_LONG = "ERROR: failed copying file (File too large)"
 ARMOUR = "/usr/bin/rpm -qp --qf '%{RSAHEADER:armor}' /srv/repo/lib-2-1.noarch.rpm"
 EXPIRED_AND_REVOKED = f"""set -e; rpm -e gpg-pubkey; export GNUPGHOME=/root
 gpg() {{ /usr/bin/gpg --batch -q --yes --pinentry-mode loopback --passphrase '' --faked-system-time 20200101T000000 "$@"; }}
@@ -34,7 +33,7 @@ def pair(device: Device, revision: object = 3000, *names: str) -> tuple[bytes, b
 
 
 def by(*makers):
-    return lambda device: (good := pair(device), (good[0], b"text\n".join(make(device, *good) for make in makers)))[1]
+    return lambda device: ((good := pair(device))[0], b"text\n".join(make(device, *good) for make in makers))
 
 
 def publish(device: Device, index: bytes, signature: bytes) -> None:
@@ -76,12 +75,13 @@ ROWS = {
     "truncated, none": ("http", by(lambda _, index, signature: signature[:-40], lambda *_: b"\33[1m\nERROR: %n"), [*AGAIN, UNUSABLE]),
     "of a text, weak, expiring": ("file", by(*(lambda _, index, signature, options=options: keys.signature(index, "vendor", options=options)
                                                for options in (["--textmode"], ["--digest-algo", "SHA1"], ["--default-sig-expire", "1d"]))), [*AGAIN, UNUSABLE]),
-    "several signatures": ("http", lambda device: pair(device, 3000, "stranger", "vendor"), GOOD),
+    "several signatures": ("http", lambda device: pair(device, 3000, "vendor", "stranger"), GOOD),
     "several blocks": ("proxy", by(lambda _, index, signature: keys.signature(index, "stranger"), lambda *good: good[2]), GOOD),
     "too many signatures": ("file", by(lambda _, index, signature: keys.signature(index, "stranger") * 16 + signature), [UNKNOWN]),
-    "endless signature": ("file", by(lambda *_: b"\n" * 16385), [TOO_LONG, f"ERROR: failed getting repository resource '{SIGNATURE}'",
-                                                                "ERROR: no signature for the repository index"]),
-    "endless index": ("file", lambda _: (b"\n" * (2**20 + 1), b""), [TOO_LONG, f"ERROR: failed getting repository resource '{INDEX}'"]),
+    "endless signature": ("file", by(lambda *_: b"\n" * 16385), [
+        "ERROR: failed copying file (File too large)", NOT_GOT + f"'{SIGNATURE}'", "ERROR: no signature for the repository index"]),
+    "endless index": ("http", lambda _: (b"\n" * (2**20 + 1), b""), [
+        *[f"WARNING: {LONG}; retrying"] * 2, f"ERROR: {LONG}", NOT_GOT + f"'{INDEX}'"]),
     "revision that is no number": ("file", lambda device: pair(device, 2**64), ["ERROR: the signed repository index has no revision that is a number"]),
 }
 
@@ -101,7 +101,6 @@ def test_what_is_believed(seen, name):
 
 @pytest.mark.parametrize("stale, redirects, lines", [(1, 0, AGAIN[1:] + GOOD), (2, 0, AGAIN + GOOD), (3, 0, [*AGAIN, BAD, *FAILED]), (0, 1, GOOD)])
 def test_both_sides_of_a_publication(seen, stale, redirects, lines):
-    """The index is new, and the signature old; or it comes from elsewhere."""
     answers = [None, reply("200 OK", body=cached(seen)[1].decode())] * stale + [None, moved("http://localhost:8080/x")] * redirects
     publish(seen, *pair(seen))
     scripted(seen, *answers)
@@ -117,7 +116,6 @@ def test_both_sides_of_a_publication(seen, stale, redirects, lines):
     (EXPIRED_AND_REVOKED, 3000, [], GOOD),
 ], ids=["torn pair", "torn pair fetched anew", "lost revision", "damaged revision", "no key", "expired and revoked key"])
 def test_what_the_device_has(seen, script, revision, arguments, lines):
-    """A power cut between two renames tears the pair."""
     publish(seen, *pair(seen, revision))
     assert seen.shell(f"cd /srv; {script}").returncode == 0
     assert ask(seen, ROADS["file"], "", *arguments) == lines
@@ -129,3 +127,4 @@ def test_both_files_are_asked_for_past_a_cache(seen):
     use_proxy(seen, bypassLocalNetwork="off")
     assert [ask(seen, "http://repo.test:8080/repo") for _ in range(2)] == [GOOD, GOOD]
     assert [line.split()[0] for line in log_of(seen, "squid", 4) if "repomd" in line] == ["TCP_MISS"] * 4
+    assert (update(seen, "--no-reboot").returncode, seen.installed()) == (0, NEW_STATE)  # both passes
