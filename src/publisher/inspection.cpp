@@ -4,6 +4,7 @@
 #include "publisher/packagefiles.h"
 #include "publisher/privatedatabase.h"
 #include "publisher/relations.h"
+#include "rpmdb/rpmdb.h"
 #include "support/childprocess.h"
 #include "support/signalnote.h"
 
@@ -12,6 +13,28 @@
 #include <utility>
 
 namespace {
+
+RepoConfig named(const std::string& sId)
+{
+    RepoConfig settings;
+    settings.id = sId;
+    return settings;
+}
+
+/// How devices are to read the repository: like the one that their configuration has enabled. Without a
+/// key nothing can be said of a signature.
+RepoConfig settingsOf(const Config& config, bool bKeys)
+{
+    RepoConfig settings = named("repository");
+    for (const RepoConfig& configured : config.repositories) {
+        if (configured.enabled && bKeys) {
+            settings.isSigned = configured.isSigned;
+            settings.maxAge = configured.maxAge;
+            break;
+        }
+    }
+    return settings;
+}
 
 class Inspection {
 public:
@@ -22,17 +45,23 @@ public:
           m_log(log),
           m_report(report),
           m_sTemporary(std::move(sTemporary)),
-          m_offer(options.repository, m_sTemporary, "repository"),
-          m_previous(options.previous, m_sTemporary, "previous")
+          m_offer(options.repository, m_sTemporary, settingsOf(config, !options.keys.empty()),
+                  [this](std::string_view sIndex, std::string_view sArmour) {
+                      return verifyIndex(sIndex, sArmour);
+                  }),
+          m_previous(options.previous, m_sTemporary, named("previous"))
     {
     }
 
     bool go(std::string& sFailure);
 
 private:
+    [[nodiscard]] bool makeKeys(std::string& sFailure);
+    [[nodiscard]] SignatureVerdict verifyIndex(std::string_view sIndex,
+                                               std::string_view sArmour) const;
     [[nodiscard]] bool readPrevious(std::string& sFailure);
     [[nodiscard]] bool makeStates(std::string& sFailure);
-    [[nodiscard]] bool lookAtFiles(std::string& sFailure);
+    void lookAtFiles();
     void lookAtPaths();
     void foresee();
 
@@ -41,6 +70,7 @@ private:
     DeviceLog& m_log;
     Report& m_report;
     std::string m_sTemporary;
+    std::string m_sKeys;  ///< directory of an rpm database with the keys; empty if none is given
     Offer m_offer;
     Offer m_previous;
     StateSetting m_setting;
@@ -80,21 +110,34 @@ bool Inspection::makeStates(std::string& sFailure)
                        [&](const std::string& sList) { return make(makeListedState, sList); });
 }
 
-bool Inspection::lookAtFiles(std::string& sFailure)
+bool Inspection::makeKeys(std::string& sFailure)
 {
-    if (m_options.metadataOnly) {
+    if (m_options.keys.empty()) {
         return true;
     }
-    const std::string sKeys = m_options.keys.empty() ? "" : m_sTemporary + "keys";
-    if (!sKeys.empty() &&
-        !makeDatabase(sKeys, m_options.keys, [](const AddHeader&) { return true; })) {
+    m_sKeys = m_sTemporary + "keys";
+    const bool bMade = makeDatabase(m_sKeys, m_options.keys, [](const AddHeader&) { return true; });
+    if (!bMade) {
         sFailure = "a key cannot be read";
-        return false;
+    }
+    return bMade;
+}
+
+SignatureVerdict Inspection::verifyIndex(std::string_view sIndex, std::string_view sArmour) const
+{
+    const DatabaseScope scope(m_sKeys);
+    RpmDB database;
+    return database.open(false) ? database.verifyDetached(sIndex, sArmour) : SignatureVerdict{};
+}
+
+void Inspection::lookAtFiles()
+{
+    if (m_options.metadataOnly) {
+        return;
     }
     m_offer.fetchPackages();
-    m_files = inspectFiles(m_offer, m_setting.asked, sKeys, m_log, m_report.findings);
+    m_files = inspectFiles(m_offer, m_setting.asked, m_sKeys, m_log, m_report.findings);
     findUnnamedFiles(m_offer, m_report.findings);
-    return true;
 }
 
 /// Finds required paths that nobody has.
@@ -140,6 +183,9 @@ void Inspection::foresee()
 bool Inspection::go(std::string& sFailure)
 {
     Findings& findings = m_report.findings;
+    if (!makeKeys(sFailure)) {
+        return false;
+    }
     if (!m_offer.read(m_log, findings)) {
         return true;
     }
@@ -148,9 +194,7 @@ bool Inspection::go(std::string& sFailure)
     m_setting.keys = m_options.keys;
     m_setting.databases = !m_options.metadataOnly;
     m_setting.asked = requiredPaths(m_offer.packages());
-    if (!lookAtFiles(sFailure)) {
-        return false;
-    }
+    lookAtFiles();
     checkOffered(m_offer.contents(), m_files.architectures, findings);
     checkConfiguredNames(m_config, m_offer.packages(), findings);
     if (!readPrevious(sFailure) || !makeStates(sFailure)) {

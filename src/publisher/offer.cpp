@@ -105,14 +105,16 @@ std::string foreignCompression(std::string_view sBegin)
     return {};
 }
 
-Offer::Offer(const std::string& sSource, const std::string& sTemporary, const std::string& sId)
+Offer::Offer(const std::string& sSource, const std::string& sTemporary, RepoConfig settings,
+             SignatureVerifier verify)
     : m_sSource(sSource),
       m_sDirectory(directoryOf(sSource)),
-      m_sCache(sTemporary + sId + "/"),
+      m_sCache(sTemporary + settings.id + "/"),
       m_config(configWithCache(sTemporary)),
-      m_repoConfig{sId, sId, m_sDirectory.empty() ? sSource : m_sDirectory},
-      m_repository(m_config, m_repoConfig)
+      m_repoConfig(std::move(settings)),
+      m_repository(m_config, m_repoConfig, std::move(verify))
 {
+    m_repository.setUri(m_sDirectory.empty() ? sSource : m_sDirectory);
 }
 
 bool Offer::read(DeviceLog& log, Findings& findings)
@@ -143,7 +145,11 @@ Finding Offer::explainFailure(DeviceLog& log, std::vector<std::string> vLines) c
 {
     ResourceSet resources;
     Finding finding;
-    if (access((m_sCache + "repomd.xml").c_str(), R_OK) != 0) {
+    const bool bIndex = access((m_sCache + "repomd.xml").c_str(), R_OK) == 0;
+    if (!bIndex && m_repoConfig.isSigned) {
+        finding = refused("index-signature", k_pIndexLocation, "the index is not believed",
+                          "sign the index with a key that devices have, and publish both together");
+    } else if (!bIndex) {
         finding =
             refused("no-index", m_sSource, "there is no index repodata/repomd.xml", k_pCommand);
     } else if (!parseRepomd(m_sCache, resources)) {

@@ -5,14 +5,17 @@
 #include "repository/repository.h"
 
 #include <string>
+#include <string_view>
 
 /// What a repository offers, read as a device reads it, into a cache of its own.
 class Offer {
 public:
     /// @param sSource     a directory or a URL.
     /// @param sTemporary  a directory for all offers, with its slash.
-    /// @param sId         names a directory in there.
-    Offer(const std::string& sSource, const std::string& sTemporary, const std::string& sId);
+    /// @param settings    its id names a directory in there; whether the index is to be signed counts.
+    /// @param verify      tests the signature of the index.
+    Offer(const std::string& sSource, const std::string& sTemporary, RepoConfig settings,
+          SignatureVerifier verify = {});
 
     /// Fetches and reads the metadata.
     ///

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Findings of one kind that the text shows; the JSON form has all.
+/// Findings of one kind, and lines of a finding, that the text shows; the JSON form has all.
 constexpr unsigned k_uShown = 20;
 
 const char* severityWord(Severity severity)
@@ -47,8 +47,12 @@ std::string findingText(const Finding& finding)
                         (finding.state.empty() ? "" : finding.state + ": ") +
                         printable(finding.subject) + ": " + shown(finding.text) + " [" +
                         finding.id + "]\n";
-    for (const std::string& sLine : finding.lines) {
-        sText += "    | " + shown(sLine) + "\n";
+    for (std::size_t u = 0; u < finding.lines.size(); ++u) {
+        if (u == k_uShown) {
+            sText += "    | ... " + std::to_string(finding.lines.size() - u) + " more\n";
+            break;
+        }
+        sText += "    | " + shown(finding.lines[u]) + "\n";
     }
     if (!finding.devices.empty()) {
         sText += "  devices: " + finding.devices + "\n";

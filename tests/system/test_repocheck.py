@@ -39,6 +39,7 @@ class Scene:
     release: str = "firmware"
     addons: str = "<package><name>extra</name></package>"
     keys: tuple[str, ...] = ("vendor",)
+    signed: str = "false"
     before: Callable[[Path], object] = lambda repo: None  # in front of createrepo_c
     command: list[str] = dataclasses.field(default_factory=lambda: COMMAND)
     behind: Callable[[Path], object] = lambda repo: None
@@ -59,7 +60,8 @@ class Scene:
         self.publish(top / "old", old, False)
         self.publish(top / "new", new, True)
         (top / "conf").write_text(f"""<updater><product><packages><release><package><name>{self.release}</name>
-            </package></release><addons>{self.addons}</addons></packages></product></updater>""")
+            </package></release><addons>{self.addons}</addons></packages></product>
+            <repository id="base" signed="{self.signed}"><name>b</name><location href="/"/></repository></updater>""")
         return repocheck(program, "--conf-file", top / "conf", "--previous", top / "old", "--baseline",
                          *(f"--key={keys.public_key(key)}" for key in self.keys), top / "new")
 
@@ -98,6 +100,11 @@ def sign_weakly(repo: Path) -> None:
         keys.sign("vendor", [repo / "app-2-1.noarch.rpm"], "sha1")
 
 
+def sign_index(key: str) -> Callable[[Path], object]:
+    return lambda repo: (repo / "repodata/repomd.xml.asc").write_bytes(
+        keys.signature((repo / "repodata/repomd.xml").read_bytes(), key))
+
+
 def app(**more: object) -> Scene:
     return Scene((Package("app", "2-1", **more),))
 
@@ -124,6 +131,8 @@ MISTAKES = {
     "checksums of packages": ("checksum-type download-fails", 2, Scene(
         command=[*TYPES, "--checksum", "sha256", "--repomd-checksum", "sha"])),
     "compression": ("compression", 2, Scene(command=[word.replace("gz", "bz2") for word in COMMAND])),
+    "index not signed": ("index-signature", 2, Scene(signed="true")),
+    "index signed by another key": ("index-signature", 2, Scene(signed="true", behind=sign_index("stranger"))),
     "no primary file": ("no-primary", 2, Scene(behind=in_file("repodata/repomd.xml", '"primary"', '"other"'))),
     "another index": ("index-refused", 2, Scene(behind=in_file("repodata/repomd.xml", "<repomd ", "<mdrepo "))),
     "edited metadata": ("header-differs", 2, Scene(behind=lambda repo: edit_primary(
@@ -177,7 +186,7 @@ def test_each_mistake_is_told(program: Path, tmp_path: Path, mistake: str) -> No
 
 
 def test_a_good_repository_is_left_in_peace(program: Path, tmp_path: Path) -> None:
-    code, report = Scene().check(program, tmp_path)
+    code, report = Scene(signed="true", behind=sign_index("vendor")).check(program, tmp_path)
     assert (code, report["findings"], report["runs"][0]["status"]) == (0, [], "REBOOTING")
     assert [p["packages"] for p in report["runs"][0]["passes"][1:]] == [
         ["app-2-1.noarch.rpm", "lib-2-1.noarch.rpm"], ["extra-5-1.noarch.rpm", "firmware-2-1.noarch.rpm"]]
