@@ -96,6 +96,7 @@ TEST(Primary, judgesWhatDiffers)
         {{"href", "xml:href"}, sFailed + sNo + "href' for node 'location'\n"},
         {{"epoch=' 2'", ""}, sFailed + sNo + "epoch' for node 'version'\n" + sBadVersion},
         {{"ver='1.2' rel=''", "ver='1.2'"}, sOne + sNo + "rel' for node 'version'\n"},
+        {{"ver='1.2'", "ver='1.2&#10;'"}, sFailed + sControl + "version' of package\n"},
         {{"rel=''", "rel='&#127;'"}, sFailed + sControl + "version' of package\n"},
         {{"epoch=' 2'", "epoch='2147483647'"}, sFailed},
         {{"epoch=' 2'", "epoch='-1'"}, sFailed},
