@@ -18,7 +18,7 @@ FIGURES = BUILD / "figures"
 
 #: Of each target, the most bytes of an input.
 TARGETS = {"primary": 8192, "index": 4096, "configuration": 4096, "proxyfile": 1024, "table": 4096, "package": 16384,
-           "header": 4096, "versions": 96, "armour": 4096, "downloader": 4096, "childlines": 4096}
+           "header": 4096, "versions": 96, "armour": 4096, "downloader": 4096, "childlines": 4096, "installedlist": 1024}
 #: Seconds of one process: texts of packages stay in memory for good, so that it grows.
 SLICE = 60
 #: Of the address sanitizer: what a replay tells better costs a third of the time.

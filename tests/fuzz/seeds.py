@@ -102,6 +102,8 @@ def _written() -> Iterator[tuple[str, bytes]]:
         yield "downloader", f"u{uri}\n----\n{_GOOD}".encode()
     for names in (["vendor"], ["vendor", "stranger"]):
         yield "armour", keys.signature(b"index", *names)
+    yield "installedlist", (b"P\ta\t1\t2\t3\tnoarch\nR\tb\t12\t1:2-3\nV\ta\t8\t2-3\nC\tc\t0\t\nO\td\t2\t1\nF\t/bin/sh\n"
+                            b"P\tgpg-pubkey\t0\t9f1a\t6b03\t(none)\nV\tgpg(9f1a)\t67108872\t4:82-6b\n")
     yield "childlines", b"Preparing...  ####\nUpdating / installing...\n\na\n\0\n" + b"x" * 1500
 
 

@@ -40,6 +40,7 @@ class Scene:
     addons: str = "<package><name>extra</name></package>"
     keys: tuple[str, ...] = ("vendor",)
     signed: str = "false"
+    more: tuple[str, ...] = ()
     before: Callable[[Path], object] = lambda repo: None  # in front of createrepo_c
     command: list[str] = dataclasses.field(default_factory=lambda: COMMAND)
     behind: Callable[[Path], object] = lambda repo: None
@@ -63,7 +64,7 @@ class Scene:
             </package></release><addons>{self.addons}</addons></packages></product>
             <repository id="base" signed="{self.signed}"><name>b</name><location href="/"/></repository></updater>""")
         return repocheck(program, "--conf-file", top / "conf", "--previous", top / "old", "--baseline",
-                         *(f"--key={keys.public_key(key)}" for key in self.keys), top / "new")
+                         *(f"--key={keys.public_key(key)}" for key in self.keys), *self.more, top / "new")
 
 
 def repocheck(program: Path, *arguments: object) -> tuple[int, dict]:
@@ -163,6 +164,7 @@ MISTAKES = {
     "Obsoletes alone": ("rpm-refuses", 2, Scene(
         (CORE, Package("user", "1-1", requires=("nav = 1-1",))), (OLD_NAV, Package("user", "1-1", requires=("nav = 1-1",))))),
     "split across the passes": ("sums-differ", 2, Scene((CORE, MAPS), (OLD_NAV,), release="nav-maps")),
+    "the same by metadata alone": ("sums-differ", 2, Scene((CORE, MAPS), (OLD_NAV,), release="nav-maps", more=("--metadata-only",))),
     "two providers": ("sums-differ", 2, Scene(TWO_PROVIDERS, gone=("extra",), addons="<package><name>z</name></package>")),
     "file that nobody has": ("file-require rpm-refuses", 2, app(requires=("/usr/bin/none",))),
     "condition that is not met": ("rich-require rpm-refuses", 2, app(requires=("(none or nothing)",))),
@@ -183,6 +185,7 @@ def test_each_mistake_is_told(program: Path, tmp_path: Path, mistake: str) -> No
     expected, code, scene = MISTAKES[mistake]
     result, report = scene.check(program, tmp_path)
     assert (ids(report), result) == (set(expected.split()), code), json.dumps(report, indent=1)
+    assert ("sums-differ" in expected) == ("CORRUPTED" in [run["status"] for run in report["runs"]])
 
 
 def test_a_good_repository_is_left_in_peace(program: Path, tmp_path: Path) -> None:

@@ -127,13 +127,13 @@ def failure(test: str) -> str:
         # The one test that a change of the text alone makes fail is left out.
         options = ["-q", "-x", "-rfE", "--tb=short", "-p", "no:cacheprovider",
                    "--deselect=tests/system/test_documents.py::test_every_small_fault_applies"]
-        target, pattern, prefix = "updater", r"^(?:FAILED|ERROR) (tests/.*?)(?: - .*)?$", ""
+        target, pattern, prefix = "updater updater-repocheck", r"^(?:FAILED|ERROR) (tests/.*?)(?: - .*)?$", ""
         command, seconds = ["/usr/bin/python3", "-m", "pytest", *options, *test.split("\n")], 3000
     else:
         target, filter_ = test.split(" ")
         pattern, prefix = r"^\[ +(?:RUN|FAILED) +\] (\S+)$(?!\n\[ +(?:OK|SKIPPED))", f"{target} "
         command, seconds = [f"build/dev/tests/{target}", "--gtest_fail_fast", f"--gtest_filter={filter_}"], 400
-    if not build(target):
+    if not build(*target.split()):
         return "build"
     code, output = run(command, seconds)
     named = re.findall(pattern, output, re.MULTILINE)
@@ -144,7 +144,7 @@ def judge(mutant: Mutant, named_only: bool) -> str:
     """The test that sees the fault, "build" if it does not build, empty if it survives."""
     refresh(mutant)
     source, layer = mutant.file.split("/")[:2]
-    above = LAYERS[LAYERS.index(layer):] if source == "src" else ()
+    above = LAYERS[LAYERS.index(layer):] if source == "src" and layer in LAYERS else ()  # publisher has none
     tests = resolve(mutant.tests)
     if not named_only:
         tests += [*(f"{layer}_test *" for layer in above), "tests/system"]
