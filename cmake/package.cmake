@@ -59,7 +59,7 @@ set(CPACK_RPM_CHANGELOG_FILE ${made}/changelog)
 # Directories that belong to the system. What else the tree has belongs to the package.
 set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
     /etc/cron.d /etc/init.d /etc/logrotate.d /usr/lib/systemd /usr/lib/systemd/system
-    /usr/lib/systemd/system-preset /usr/bin /usr/lib/tmpfiles.d /usr/libexec /usr/sbin
+    /usr/lib/systemd/system-preset /usr/lib/tmpfiles.d /usr/libexec /usr/sbin
     /usr/share/bash-completion /usr/share/bash-completion/completions /usr/share/doc
     /usr/share/man /usr/share/man/man5 /usr/share/man/man7 /usr/share/man/man8
     /var /var/lib /var/log /var/cache)
