@@ -75,7 +75,8 @@ ROWS = {
     "truncated, none": ("http", by(lambda _, index, signature: signature[:-40], lambda *_: b"\33[1m\nERROR: %n"), [*AGAIN, UNUSABLE]),
     "of a text, weak, expiring": ("file", by(*(lambda _, index, signature, options=options: keys.signature(index, "vendor", options=options)
                                                for options in (["--textmode"], ["--digest-algo", "SHA1"], ["--default-sig-expire", "1d"]))), [*AGAIN, UNUSABLE]),
-    "several signatures": ("http", lambda device: pair(device, 3000, "vendor", "stranger"), GOOD),
+    "several signatures": ("http", lambda device: pair(device, 3000, "stranger", "vendor"), GOOD),
+    "several, the known first": ("file", lambda device: pair(device, 3000, "vendor", "stranger"), GOOD),
     "several blocks": ("proxy", by(lambda _, index, signature: keys.signature(index, "stranger"), lambda *good: good[2]), GOOD),
     "too many signatures": ("file", by(lambda _, index, signature: keys.signature(index, "stranger") * 16 + signature), [UNKNOWN]),
     "endless signature": ("file", by(lambda *_: b"\n" * 16385), [
