@@ -93,7 +93,7 @@ int analysePass(const Config& config, const SelectionRules& rules,
                 const InstalledPackageSet& installed, const PackageSet& available,
                 UpdateSet& updateSet)
 {
-    updateSet = selectNewerPackages(installed, available, rules);
+    updateSet = findNewerPackages(installed, available, rules);
     if (signalNoted != 0) {
         return ResultError;
     }

@@ -147,8 +147,8 @@ void Selector::removeObsoleted()
 
 }  // namespace
 
-UpdateSet selectNewerPackages(const InstalledPackageSet& installed, const PackageSet& available,
-                              const SelectionRules& rules)
+UpdateSet findNewerPackages(const InstalledPackageSet& installed, const PackageSet& available,
+                            const SelectionRules& rules)
 {
     logMessage(DEBUG, "resolving for newer packages");
     const auto tell = [](const Package& best, const Package& other, bool bNewer) {

@@ -19,6 +19,5 @@ struct SelectionRules {
 ///
 /// @param available  everything the repository offers, several versions of a name in file order.
 /// @return           the update set: handles into `available`, possibly none. Unfinished if a signal is noted.
-[[nodiscard]] UpdateSet selectNewerPackages(const InstalledPackageSet& installed,
-                                            const PackageSet& available,
-                                            const SelectionRules& rules);
+[[nodiscard]] UpdateSet findNewerPackages(const InstalledPackageSet& installed,
+                                          const PackageSet& available, const SelectionRules& rules);

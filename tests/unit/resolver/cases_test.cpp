@@ -95,7 +95,7 @@ TEST(Resolver, selectsAndClosesEachCase)
         Case test = readCase(entry.path());
         for (const int iLevel : {DEBUG, INFO}) {  // packages are pulled in another way for each
             const LogCapture log(iLevel);
-            UpdateSet updateSet = selectNewerPackages(test.installed, test.available, test.rules);
+            UpdateSet updateSet = findNewerPackages(test.installed, test.available, test.rules);
             EXPECT_EQ(allOf(updateSet, packageText, " "), test.expected["selected"]);
 
             Closure closure(test.installed, test.available, updateSet);
