@@ -85,6 +85,8 @@ class Bed:
     def __init__(self, program: Path, scene: Scene) -> None:
         self.program = program
         self.scene = scene
+        self._known: dict[str, tuple[list[str], list[str]]] = {}  # by state of the disk: what is installed, and
+        # what is wrong with the runs behind it
         self._server: Device | None = None
         if scene.http:
             self._server = Device(program)
@@ -136,17 +138,21 @@ class Bed:
         code, log = _run(device, self.scene, point)
         word, faults = _word(device)
         met = ["-2"] if point.doing == "starve" else device.read("/device/point").split()
-        state = device.installed()
+        disk = _disk(device)
+        partial = _partial_files(device)
+        if disk not in self._known:
+            self._known[disk] = device.installed(), self._next(device, word)
+        state, behind = self._known[disk]
         faults += [f"rpm was started with the status '{noted}'" for noted in device.read("/device/words").split()
                    if noted != ("TESTING" if self.scene.mode == "test" else "UPDATING")]
-        faults += _partial_files(device)
+        faults += partial
         if word not in ("UPDATING", "CORRUPTED") and state not in (OLD_STATE, HALF_STATE, NEW_STATE):
             faults.append(f"the status is {word or 'absent'} and {state} are installed")
         if word == "CORRUPTED" and "rpm was interrupted" not in log:
             faults.append("CORRUPTED, but rpm was not interrupted")
         if met:
             faults += _told(point, code, log, state == self.scene.outcome)
-        faults += self._next(device, word)
+        faults += behind
         return Verdict(point, int(met[0]) if met else -1, code, word, tuple(faults))
 
     def _next(self, device: Device, word: str) -> list[str]:
@@ -189,6 +195,16 @@ def _word(device: Device) -> tuple[str, list[str]]:
     content = file.read_text()
     word = content.removesuffix("\n")
     return word, [] if word in WORDS and content == word + "\n" else [f"the status file holds {content!r}"]
+
+
+def _disk(device: Device) -> str:
+    """A sum of all that a run finds on the disk."""
+    sum = hashlib.sha256()
+    for file in sorted(file for place in ("/var", "/run", "/opt") for file in device.path(place).rglob("*")):
+        sum.update(f"{file.relative_to(device.directory)} {file.lstat().st_mode} ".encode())
+        if file.is_file() and not file.is_symlink():
+            sum.update(hashlib.sha256(file.read_bytes()).digest())
+    return sum.hexdigest()
 
 
 def _partial_files(device: Device) -> list[str]:
