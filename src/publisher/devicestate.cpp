@@ -6,22 +6,18 @@
 #include "publisher/privatedatabase.h"
 #include "rpmdb/database.h"
 #include "rpmdb/rpmdb.h"
+#include "rpmdb/rpmtags.h"
+#include "support/files.h"
 
 #include <rpm/rpmfi.h>
 #include <rpm/rpmfiles.h>
 #include <rpm/rpmtd.h>
 #include <rpm/rpmts.h>
 
-namespace {
+#include <algorithm>
+#include <utility>
 
-bool readBack(DeviceState& state, std::string& sFault)
-{
-    const bool bRead = readDatabase(state);
-    if (!bRead) {
-        sFault = "the rpm database of '" + state.name + "' cannot be read in full";
-    }
-    return bRead;
-}
+namespace {
 
 std::string databaseOf(const StateSetting& setting, const DeviceState& state)
 {
@@ -32,15 +28,11 @@ std::string databaseOf(const StateSetting& setting, const DeviceState& state)
     return setting.temporary + "state " + sName;
 }
 
-bool makeWithHeaders(const StateSetting& setting, DeviceState& state, std::string& sFault,
+bool makeWithHeaders(const StateSetting& setting, DeviceState& state,
                      const std::function<bool(const AddHeader&)>& fill)
 {
     state.database = databaseOf(setting, state);
-    if (!makeDatabase(state.database, setting.keys, fill)) {
-        sFault = "no rpm database can be made for '" + state.name + "'";
-        return false;
-    }
-    return readBack(state, sFault);
+    return makeDatabase(state.database, setting.keys, fill) && readDatabase(state);
 }
 
 /// Marks all files of a header as installed, as rpm does.
@@ -59,12 +51,48 @@ void markInstalled(Header header)
     rpmtdFreeData(&names);
 }
 
+bool addListed(const StateSetting& setting, const std::string& sList, std::string& sFault,
+               const AddHeader& add)
+{
+    std::vector<ListedPackage> vPackages;
+    return readInstalledList(sList, setting.asked, vPackages, sFault) &&
+           std::all_of(vPackages.begin(), vPackages.end(),
+                       [&](const ListedPackage& package) { return add(headerOf(package).get()); });
+}
+
+bool addNewest(const Offer& offer, const AddHeader& add)
+{
+    const std::vector<Package> vNewest = newestOf(offer.packages());
+    return std::all_of(vNewest.begin(), vNewest.end(), [&](const Package& package) {
+        const RpmHandle<Header> header = readHeader(offer.fileOf(package));
+        if (header != nullptr) {
+            markInstalled(header.get());
+        }
+        return header != nullptr && add(header.get());
+    });
+}
+
 }  // namespace
 
-bool makeEmptyState(const StateSetting& setting, DeviceState& state, std::string& sFault)
+bool needDatabase(DeviceState& state)
 {
+    if (const auto make = std::exchange(state.makeDatabase, nullptr)) {
+        return make(state);
+    }
+    return true;
+}
+
+DeviceState makeEmptyState(const StateSetting& setting)
+{
+    DeviceState state;
     state.name = "empty";
-    return makeWithHeaders(setting, state, sFault, [](const AddHeader&) { return true; });
+    state.packages = std::make_shared<InstalledPackageSet>();
+    if (setting.databases) {
+        state.makeDatabase = [&setting](DeviceState& made) {
+            return makeWithHeaders(setting, made, [](const AddHeader&) { return true; });
+        };
+    }
+    return state;
 }
 
 bool makeRootState(const StateSetting& setting, const std::string& sRoot, DeviceState& state,
@@ -76,55 +104,60 @@ bool makeRootState(const StateSetting& setting, const std::string& sRoot, Device
         sFault = "no rpm database below '" + sRoot + "'";
         return false;
     }
-    return readBack(state, sFault);
+    state.hasOwnKeys = true;
+    const bool bRead = readDatabase(state);
+    if (!bRead) {
+        sFault = "the rpm database of '" + state.name + "' cannot be read in full";
+    }
+    return bRead;
 }
 
 bool makeListedState(const StateSetting& setting, const std::string& sList, DeviceState& state,
                      std::string& sFault)
 {
     state.name = "list " + sList;
-    std::vector<ListedPackage> vPackages;
-    return readInstalledList(sList, setting.asked, vPackages, sFault) &&
-           makeWithHeaders(setting, state, sFault, [&](const AddHeader& add) {
-               for (const ListedPackage& package : vPackages) {
-                   if (!add(headerOf(package).get())) {
-                       return false;
-                   }
-               }
-               return true;
-           });
+    const auto packages = std::make_shared<InstalledPackageSet>();
+    if (!addListed(setting, sList, sFault, [&](Header header) {
+            PackageRecord record;
+            const bool bRead = readPackage(header, record);
+            packages->insertEqual(record);
+            return bRead;
+        })) {
+        return false;
+    }
+    packages->sort();
+    state.packages = packages;
+    if (setting.databases) {
+        state.makeDatabase = [&setting, sList](DeviceState& made) {
+            std::string sAgain;
+            return makeWithHeaders(setting, made, [&](const AddHeader& add) {
+                return addListed(setting, sList, sAgain, add);
+            });
+        };
+    }
+    return true;
 }
 
-bool makeBaselineState(const StateSetting& setting, const Offer& previous, DeviceState& state,
-                       std::string& sFault)
+DeviceState makeBaselineState(const StateSetting& setting, const Offer& previous)
 {
+    DeviceState state;
     state.name = "baseline";
     const std::vector<Package> vNewest = newestOf(previous.packages());
-    const auto addAll = [&](const AddHeader& add) {
-        for (const Package& package : vNewest) {
-            const RpmHandle<Header> header = readHeader(previous.fileOf(package));
-            if (header == nullptr) {
-                return false;
-            }
-            markInstalled(header.get());
-            if (!add(header.get())) {
-                return false;
-            }
-        }
-        return true;
-    };
-    if (setting.databases && makeWithHeaders(setting, state, sFault, addAll)) {
-        return true;
-    }
-    sFault.clear();
-    state.database.clear();
     const auto packages = std::make_shared<InstalledPackageSet>();
     for (const Package& package : vNewest) {
         packages->insertEqual(installedRecord(package));
     }
     packages->sort();
     state.packages = packages;
-    return true;
+    if (setting.databases &&
+        std::all_of(vNewest.begin(), vNewest.end(),
+                    [&](const Package& package) { return isReadable(previous.fileOf(package)); })) {
+        state.makeDatabase = [&](DeviceState& made) {
+            return makeWithHeaders(setting, made,
+                                   [&](const AddHeader& add) { return addNewest(previous, add); });
+        };
+    }
+    return state;
 }
 
 bool readDatabase(DeviceState& state)

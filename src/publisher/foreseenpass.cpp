@@ -5,7 +5,6 @@
 #include "repository/location.h"
 #include "rpmdb/rpmdb.h"
 #include "support/childprocess.h"
-#include "support/files.h"
 
 #include <utility>
 
@@ -18,10 +17,8 @@ bool arrives(const ForeseenDevice& device, const UpdateSet& updateSet)
         return false;
     }
     for (const Package& package : updateSet) {
-        const std::string sPath = device.offer->fileOf(package);
-        const Checksum checksum = package.checksum();
-        if (device.bPackages ? !isReadable(sPath) || !checksum.checkFile(sPath)
-                             : checksum.type != "sha") {
+        if (device.files != nullptr ? device.files->wrong.contains(package.location())
+                                    : package.checksum().type != "sha") {
             return false;
         }
     }
@@ -33,11 +30,13 @@ bool isTrusted(const ForeseenDevice& device, const UpdateSet& updateSet)
 {
     const DatabaseScope scope(device.state->database);
     RpmDB database;
-    if (!database.open(false) || database.publicKeys() != PublicKeys::PRESENT) {
+    const bool bOwn = device.state->hasOwnKeys;
+    if (bOwn && (!database.open(false) || database.publicKeys() != PublicKeys::PRESENT)) {
         return true;
     }
     for (const Package& package : updateSet) {
-        if (!database.verifyPackage(device.offer->fileOf(package))) {
+        if (bOwn ? !database.verifyPackage(device.offer->fileOf(package))
+                 : device.files->refused.contains(package.location())) {
             return false;
         }
     }
@@ -66,6 +65,10 @@ bool runRpm(const ForeseenDevice& device, const UpdateSet& updateSet,
 /// @return          false if rpm refuses the set.
 bool install(const ForeseenDevice& device, const UpdateSet& updateSet, std::string& sRefusal)
 {
+    if (device.bRpm && !needDatabase(*device.state)) {
+        sRefusal = "no rpm database can be made of what is installed";
+        return false;
+    }
     if (!device.bRpm || device.state->database.empty()) {
         sRefusal = refusalOf(*device.state->packages, updateSet);
         if (!sRefusal.empty()) {
@@ -89,8 +92,7 @@ int foreseeInstallation(const ForeseenDevice& device, const UpdateSet& updateSet
     std::string sText;
     if (!arrives(device, updateSet)) {
         refusal = {"download-fails", ""};
-    } else if (device.bPackages && !device.state->database.empty() &&
-               !isTrusted(device, updateSet)) {
+    } else if (device.files != nullptr && !isTrusted(device, updateSet)) {
         refusal = {"signature-fails", ""};
     } else if (!install(device, updateSet, sText)) {
         refusal = {"rpm-refuses", sText};

@@ -3,15 +3,16 @@
 #include "control/passplan.h"
 #include "publisher/devicestate.h"
 #include "publisher/finding.h"
+#include "publisher/packagefiles.h"
 
 #include <string>
 
 /// A device under way through a run that is only thought.
 struct ForeseenDevice {
     const Offer* offer;
-    DeviceState* state;  ///< follows what is installed
-    bool bPackages;      ///< the files of the packages are looked at
-    bool bRpm;           ///< rpm itself is asked, in the state's own database
+    DeviceState* state;         ///< follows what is installed
+    const PackageFiles* files;  ///< null: they were not looked at
+    bool bRpm;                  ///< rpm itself is asked, in the state's own database
 };
 
 /// What stops a pass.

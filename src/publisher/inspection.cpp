@@ -102,9 +102,13 @@ bool Inspection::makeStates(std::string& sFailure)
         }
         return bMade;
     };
-    return (!m_options.empty || make(makeEmptyState)) &&
-           (!m_options.baseline || make(makeBaselineState, m_previous)) &&
-           std::all_of(m_options.roots.begin(), m_options.roots.end(),
+    if (m_options.empty) {
+        m_vStates.push_back(makeEmptyState(m_setting));
+    }
+    if (m_options.baseline) {
+        m_vStates.push_back(makeBaselineState(m_setting, m_previous));
+    }
+    return std::all_of(m_options.roots.begin(), m_options.roots.end(),
                        [&](const std::string& sRoot) { return make(makeRootState, sRoot); }) &&
            std::all_of(m_options.installed.begin(), m_options.installed.end(),
                        [&](const std::string& sList) { return make(makeListedState, sList); });
@@ -146,8 +150,8 @@ void Inspection::lookAtPaths()
     NameSet missing;
     std::set_difference(m_setting.asked.begin(), m_setting.asked.end(), m_files.owned.begin(),
                         m_files.owned.end(), std::inserter(missing, missing.end()));
-    for (const DeviceState& state : m_vStates) {
-        if (!state.database.empty()) {
+    for (DeviceState& state : m_vStates) {
+        if (!missing.empty() && needDatabase(state) && !state.database.empty()) {
             for (const std::string& sPath : ownedPaths(state.database, missing)) {
                 missing.erase(sPath);
             }
@@ -173,9 +177,9 @@ void Inspection::foresee()
     const bool bRpm = !m_options.metadataOnly && rpm.run() && rpm.exited && rpm.exitCode == 0;
     for (DeviceState& state : m_vStates) {
         if (signalNoted == 0) {
-            m_report.runs.push_back(foreseeRun(m_config,
-                                               {&m_offer, &state, !m_options.metadataOnly, bRpm},
-                                               m_log, m_report.findings));
+            m_report.runs.push_back(foreseeRun(
+                m_config, {&m_offer, &state, m_options.metadataOnly ? nullptr : &m_files, bRpm},
+                m_log, m_report.findings));
         }
     }
 }

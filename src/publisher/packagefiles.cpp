@@ -33,14 +33,11 @@ struct FileFault {
     std::string mend;
 };
 
-FileFault faultOf(const Package& package, const std::string& sPath, Header header)
+FileFault faultOf(const Package& package, const std::string& sPath, bool bSame, Header header)
 {
-    if (access(sPath.c_str(), R_OK) != 0) {
+    if (!isReadable(sPath)) {
         return {"file-missing", "the file is not there", std::string("upload it, or ") + k_pAgain};
     }
-    const Checksum checksum = package.checksum();
-    // Another type than devices know is told of once, for all packages.
-    const bool bSame = checksum.type != "sha" || checksum.checkFile(sPath);
     if (header == nullptr) {
         return {"no-package", "the file is damaged or no package", "build it anew"};
     }
@@ -95,9 +92,16 @@ void Inspector::look(const Package& package, bool bNewest, RpmDB* pKeys)
     const std::string sPath = m_offer.fileOf(package);
     const RpmHandle<Header> header = readHeader(sPath);
     static_cast<void>(m_log.take());
-    const FileFault fault = faultOf(package, sPath, header.get());
+    const Checksum checksum = package.checksum();
+    const bool bSame = checksum.checkFile(sPath);
+    // Another type than devices know is told of once, for all packages.
+    const FileFault fault = faultOf(package, sPath, bSame || checksum.type != "sha", header.get());
     if (!fault.id.empty()) {
         add(package, bNewest, fault, k_pRefuseFile);
+    }
+    const bool bRefused = pKeys != nullptr && isReadable(sPath) && !pKeys->verifyPackage(sPath);
+    if (!bSame || bRefused) {
+        (bSame ? m_result.refused : m_result.wrong).emplace(package.location());
     }
     if (header == nullptr) {
         return;
@@ -123,7 +127,7 @@ void Inspector::look(const Package& package, bool bNewest, RpmDB* pKeys)
                               "",
                               {}});
     }
-    if (fault.id.empty() && pKeys != nullptr && !pKeys->verifyPackage(sPath)) {
+    if (fault.id.empty() && bRefused) {
         add(package, bNewest,
             {"signature",
              signing == Signing::NONE ? "it is not signed" : "its signature is refused",
