@@ -1,5 +1,7 @@
 #include "publisher/packagefiles.h"
 #include "publisher/relations.h"
+#include "repository/repomd.h"
+#include "repository/signedindex.h"
 #include "resolver/providerindex.h"
 #include "support/files.h"
 
@@ -68,5 +70,26 @@ void compareWithPrevious(const PackageSet& packages, const PackageSet& previous,
                                 "",
                                 {}});
         }
+    }
+}
+
+void compareRevisions(const std::string& sIndex, const std::string& sPrevious, Findings& findings)
+{
+    std::string sNow;
+    std::string sBefore;
+    if (!readRevision(sIndex, sNow) || !readRevision(sPrevious, sBefore)) {
+        return;
+    }
+    const auto uNow = revisionNumber(sNow);
+    const auto uBefore = revisionNumber(sBefore);
+    if (uNow && uBefore && *uNow < *uBefore) {
+        findings.push_back({"revision-went-back",
+                            Severity::ERROR,
+                            k_pIndexLocation,
+                            "its revision is " + sNow + ", and " + sBefore + " was published",
+                            "refuse it as older than what they have seen",
+                            "run createrepo_c again, by a clock that is right, and sign the index",
+                            "",
+                            {}});
     }
 }

@@ -1,6 +1,7 @@
 #include "publisher/inspection.h"
 
 #include "publisher/foreseenrun.h"
+#include "publisher/keyfiles.h"
 #include "publisher/packagefiles.h"
 #include "publisher/privatedatabase.h"
 #include "publisher/relations.h"
@@ -21,17 +22,25 @@ RepoConfig named(const std::string& sId)
     return settings;
 }
 
-/// How devices are to read the repository: like the one that their configuration has enabled. Without a
-/// key nothing can be said of a signature.
+/// The repository that the devices' configuration has enabled.
+RepoConfig enabledRepository(const Config& config)
+{
+    for (const RepoConfig& configured : config.repositories) {
+        if (configured.enabled) {
+            return configured;
+        }
+    }
+    return {};
+}
+
+/// How devices are to read the repository. Without a key nothing can be said of a signature.
 RepoConfig settingsOf(const Config& config, bool bKeys)
 {
     RepoConfig settings = named("repository");
-    for (const RepoConfig& configured : config.repositories) {
-        if (configured.enabled && bKeys) {
-            settings.isSigned = configured.isSigned;
-            settings.maxAge = configured.maxAge;
-            break;
-        }
+    if (bKeys) {
+        const RepoConfig configured = enabledRepository(config);
+        settings.isSigned = configured.isSigned;
+        settings.maxAge = configured.maxAge;
     }
     return settings;
 }
@@ -89,6 +98,9 @@ bool Inspection::readPrevious(std::string& sFailure)
         return false;
     }
     compareWithPrevious(m_offer.packages(), m_previous.packages(), m_report.findings);
+    if (enabledRepository(m_config).isSigned) {
+        compareRevisions(m_offer.indexPath(), m_previous.indexPath(), m_report.findings);
+    }
     return true;
 }
 
@@ -124,6 +136,7 @@ bool Inspection::makeKeys(std::string& sFailure)
     if (!bMade) {
         sFailure = "a key cannot be read";
     }
+    inspectKeys(m_options.keys, m_sTemporary, m_log, m_report.findings);
     return bMade;
 }
 

@@ -145,7 +145,7 @@ Finding Offer::explainFailure(DeviceLog& log, std::vector<std::string> vLines) c
 {
     ResourceSet resources;
     Finding finding;
-    const bool bIndex = access((m_sCache + "repomd.xml").c_str(), R_OK) == 0;
+    const bool bIndex = isReadable(indexPath());
     if (!bIndex && m_repoConfig.isSigned) {
         finding = refused("index-signature", k_pIndexLocation, "the index is not believed",
                           "sign the index with a key that devices have, and publish both together");
@@ -164,7 +164,7 @@ Finding Offer::explainFailure(DeviceLog& log, std::vector<std::string> vLines) c
         const RepoResource& primary = *resources.find("primary");
         const std::string& sPath = primary.localPath;
         const std::string sKind = foreignCompression(firstBytes(sPath));
-        if (access(sPath.c_str(), R_OK) != 0) {
+        if (!isReadable(sPath)) {
             finding =
                 refused("no-primary", primary.location, "the index names it and it is missing",
                         "publish the metadata as a whole, the index last");
@@ -194,6 +194,11 @@ std::string Offer::reasonFor(DeviceLog& log, const std::string& sPrimary) const
         PrimaryContents contents;
         static_cast<void>(parsePrimary(sPrimary, contents));
     });
+}
+
+std::string Offer::indexPath() const
+{
+    return m_sCache + baseName(k_pIndexLocation);
 }
 
 void Offer::fetchPackages() const

@@ -25,6 +25,9 @@ public:
     /// Fetches the packages of a URL, as far as it has them. Does nothing for a directory.
     void fetchPackages() const;
 
+    /// Where the index lies once it was read.
+    [[nodiscard]] std::string indexPath() const;
+
     [[nodiscard]] const PrimaryContents& contents() const { return m_repository.contents(); }
     [[nodiscard]] const PackageSet& packages() const { return m_repository.packages(); }
 

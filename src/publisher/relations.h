@@ -37,3 +37,6 @@ void checkConfiguredNames(const Config& config, const PackageSet& packages, Find
 /// Finds packages that went back, were built anew under the same version, or are gone.
 void compareWithPrevious(const PackageSet& packages, const PackageSet& previous,
                          Findings& findings);
+
+/// Finds an index whose revision is lower than that of the one before, by their paths.
+void compareRevisions(const std::string& sIndex, const std::string& sPrevious, Findings& findings);

@@ -134,6 +134,8 @@ MISTAKES = {
     "compression": ("compression", 2, Scene(command=[word.replace("gz", "bz2") for word in COMMAND])),
     "index not signed": ("index-signature", 2, Scene(signed="true")),
     "index signed by another key": ("index-signature", 2, Scene(signed="true", behind=sign_index("stranger"))),
+    "wrong clock": ("revision-went-back", 2, Scene(
+        signed="true", command=[*COMMAND, "--revision", "5"], behind=sign_index("vendor"))),
     "no primary file": ("no-primary", 2, Scene(behind=in_file("repodata/repomd.xml", '"primary"', '"other"'))),
     "another index": ("index-refused", 2, Scene(behind=in_file("repodata/repomd.xml", "<repomd ", "<mdrepo "))),
     "edited metadata": ("header-differs", 2, Scene(behind=lambda repo: edit_primary(
@@ -145,6 +147,7 @@ MISTAKES = {
         (repo / "sub").mkdir(), shutil.copy(repo / "app-2-1.noarch.rpm", repo / "sub")])),
     "for another machine": ("other-architecture", 0, Scene((Package("arm", "1-1", arch="aarch64"),))),
     "no key to ask": ("unsigned", 1, dataclasses.replace(Scene((Package("app", "2-1", key=""),)), keys=())),
+    "old key": ("key-expired", 1, Scene(keys=("vendor", "expired"))),
     "old digest": ("weak-signature", 1, Scene(before=sign_weakly)),
     "announced in vain": ("never-reached", 1, Scene((*TWO_PROVIDERS[:2], Package("firmware", "2-1", requires=("y",)),
         *TWO_PROVIDERS[3:4], TWO_PROVIDERS[5]), gone=("extra",), addons="<package><name>z</name></package>")),

@@ -60,14 +60,15 @@ def _address(name: str) -> str:
 def _files(name: str) -> Path:
     def fill(draft: Path) -> None:
         with _key_ring() as environment:
-            _gpg(environment, "--quick-gen-key", _address(name), "rsa2048", "sign", "0")
+            times = (["--faked-system-time", "20200101T000000!"], "1y") if name == "expired" else ([], "0")
+            _gpg(environment, *times[0], "--quick-gen-key", _address(name), "rsa2048", "sign", times[1])
             (draft / "public.asc").write_text(_gpg(environment, "--armor", "--export"))
             (draft / "secret.asc").write_text(_gpg(environment, "--armor", "--export-secret-keys"))
     return cache.entry(f"keys/{name}", fill)
 
 
 def public_key(name: str) -> Path:
-    """The public key of that name as a text file, as `rpm --import` takes it."""
+    """The public key of that name as a text file, as `rpm --import` takes it. That of "expired" has."""
     with cache.locked():
         return _files(name) / "public.asc"
 
