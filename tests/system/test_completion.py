@@ -36,10 +36,11 @@ CASES = {  # typed; what stands in the line then
 
 def type_into_bash(device, setup, keys):
     """Gives the lines that came of it."""
+    for file in (PROJECT / "dist/bash-completion").iterdir():
+        device.write(f"/srv/data/bash-completion/completions/{file.name}", file.read_bytes())
     device.write("/etc/updater.conf", '<updater><repository id="base"/><repository id="service"/><repository id="$(reboot)"/></updater>')
     for path, text in {"other.conf": '<updater><repository id="mine"/></updater>', "some file": "", "dir/file": ""}.items():
         device.write(f"/srv/files/{path}", text)
-    device.write("/srv/data/bash-completion/completions/updater", (PROJECT / "dist/bash-completion/updater").read_bytes())
     device.write("/tmp/lines", "")
     device.write("/tmp/rc", KEYS + setup)
     command, environment = device.command("/bin/bash", "--norc", "--noprofile", "--noediting", "-c",
@@ -65,6 +66,13 @@ def type_into_bash(device, setup, keys):
 def test_cases(device, setup):
     assert dict(zip(CASES, type_into_bash(device, setup, CASES), strict=True)) == CASES
     assert device.calls == []
+
+
+def test_the_publishers_program(device, program):
+    device.write("/device/bin/updater-repocheck", program.with_name("updater-repocheck").read_bytes(), 0o755)
+    cases = {"updater-repocheck --met\x14": "updater-repocheck --metadata-only ", "updater-repocheck d\x14": "updater-repocheck dir/",
+             "updater-repocheck --conf-file=ot\x14": "updater-repocheck --conf-file=other.conf "}
+    assert type_into_bash(device, ". /usr/share/bash-completion/bash_completion", cases) == list(cases.values())
 
 
 def test_every_option_and_nothing_else(device):

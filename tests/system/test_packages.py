@@ -24,7 +24,7 @@ TREE = """
 644 /usr/lib/tmpfiles.d/ updater.conf
 755 /usr/libexec/updater/ clear-rebooting ensure-reboot
 755 /usr/sbin/ updater updater-repocheck
-644 /usr/share/bash-completion/completions/ updater
+644 /usr/share/bash-completion/completions/ updater updater-repocheck
 644 /usr/share/doc/updater/ CHANGELOG.md README.md SECURITY.md operating.md publishing.md
 644 /usr/share/doc/updater/examples/ defaults.conf orvproxy.conf updater.conf
 755 /usr/share/doc/updater/examples/ hook
