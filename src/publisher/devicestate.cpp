@@ -15,24 +15,24 @@
 #include <rpm/rpmts.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <utility>
 
 namespace {
 
-std::string databaseOf(const StateSetting& setting, const DeviceState& state)
+/// A new directory for a database; empty if none can be made.
+std::string newDirectory(const StateSetting& setting)
 {
-    std::string sName;
-    for (const char c : state.name) {
-        sName += c == '/' ? '_' : c;
-    }
-    return setting.temporary + "state " + sName;
+    std::string sTemplate = setting.temporary + "state-XXXXXX";
+    return mkdtemp(sTemplate.data()) != nullptr ? sTemplate : "";
 }
 
 bool makeWithHeaders(const StateSetting& setting, DeviceState& state,
                      const std::function<bool(const AddHeader&)>& fill)
 {
-    state.database = databaseOf(setting, state);
-    return makeDatabase(state.database, setting.keys, fill) && readDatabase(state);
+    state.database = newDirectory(setting);
+    return !state.database.empty() && makeDatabase(state.database, setting.keys, fill) &&
+           readDatabase(state);
 }
 
 /// Marks all files of a header as installed, as rpm does.
@@ -99,8 +99,8 @@ bool makeRootState(const StateSetting& setting, const std::string& sRoot, Device
                    std::string& sFault)
 {
     state.name = "root " + sRoot;
-    state.database = databaseOf(setting, state);
-    if (!copyDatabase(sRoot, state.database)) {
+    state.database = newDirectory(setting);
+    if (state.database.empty() || !copyDatabase(sRoot, state.database)) {
         sFault = "no rpm database below '" + sRoot + "'";
         return false;
     }

@@ -10,6 +10,9 @@
 
 namespace {
 
+constexpr const char* k_pNeedsNewer = "needs-newer-updater";  ///< the one failure that mends itself
+constexpr std::size_t k_uReasons = 20;  ///< for so many packages why they were left is worked out
+
 std::vector<std::string> fileNames(const UpdateSet& updateSet)
 {
     std::vector<std::string> vNames;
@@ -43,7 +46,7 @@ Finding failureOf(const std::string& sId)
                        "",
                        {}};
     };
-    if (sId == "needs-newer-updater") {
+    if (sId == k_pNeedsNewer) {
         return finding("a newer updater is required", "publish a newer updater package with it");
     }
     if (sId == "unsatisfied") {
@@ -125,7 +128,7 @@ void ForeseenRun::pass(PassPlan& plan, bool& bAgain)
         if (std::any_of(report.lines.begin(), report.lines.end(), [](const std::string& sLine) {
                 return sLine.starts_with("ERROR: newer updater required");
             })) {
-            refusal.id = "needs-newer-updater";
+            refusal.id = k_pNeedsNewer;
         }
         if (!refusal.text.empty()) {
             report.lines.push_back(refusal.text);
@@ -174,7 +177,7 @@ void ForeseenRun::judgeSums(const PassPlan& plan)
     std::vector<std::string> vReasons;
     for (const Package& package : m_announced) {
         const auto done = m_done.find(package.name());
-        if (!done || *done != package) {
+        if ((!done || *done != package) && vReasons.size() < k_uReasons) {
             vReasons.push_back(whyLeft(package, m_announced, *m_before, *m_device.state->packages));
         }
     }
@@ -211,7 +214,9 @@ void ForeseenRun::lookAtNextRun()
     }
     if (m_bUpdaterOnly && m_done.find(k_pProgramName)) {
         for (std::size_t u = m_uFirstFinding; u < m_findings.size(); ++u) {
-            m_findings[u].severity = Severity::NOTE;
+            if (m_findings[u].id == k_pNeedsNewer) {
+                m_findings[u].severity = Severity::NOTE;
+            }
         }
         m_findings.push_back({"updater-first",
                               Severity::NOTE,

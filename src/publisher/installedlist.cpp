@@ -7,14 +7,16 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <memory>
 
 namespace {
 
 constexpr std::size_t k_uMaxLine = 65536;
 constexpr std::size_t k_uMaxPackages = 200'000;
-constexpr std::size_t k_uMaxEntries = 20'000'000;  ///< of all packages, files not counted
+constexpr std::size_t k_uMaxEntries = 5'000'000;  ///< of all packages, files not counted
 
 std::vector<std::string> fieldsOf(const std::string& sLine)
 {
@@ -75,14 +77,9 @@ bool readEntryLine(const std::vector<std::string>& vFields, ListedPackage& packa
     return pList != nullptr;
 }
 
-bool readLine(const std::string& sLine, const NameSet& asked, std::vector<ListedPackage>& vPackages,
-              std::size_t& uEntries)
+bool readLine(const std::vector<std::string>& vFields, const NameSet& asked,
+              std::vector<ListedPackage>& vPackages, std::size_t& uEntries)
 {
-    const std::vector<std::string> vFields = fieldsOf(sLine);
-    if (sLine.size() > k_uMaxLine ||
-        std::any_of(vFields.begin(), vFields.end(), hasControlCharacter)) {
-        return false;
-    }
     if (vFields[0] == "P") {
         return readPackageLine(vFields, vPackages);
     }
@@ -96,6 +93,34 @@ bool readLine(const std::string& sLine, const NameSet& asked, std::vector<Listed
         return vFields.size() == 2;
     }
     return ++uEntries <= k_uMaxEntries && readEntryLine(vFields, vPackages.back());
+}
+
+/// Takes each line of a file apart, as long as `take` says true.
+bool readLines(const std::string& sPath,
+               const std::function<bool(const std::vector<std::string>&)>& take,
+               std::string& sFault)
+{
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(sPath, error)) {
+        sFault = "'" + sPath + "' is no file";
+        return false;
+    }
+    std::ifstream file(sPath);
+    std::vector<char> vBuffer(k_uMaxLine + 2);
+    for (std::size_t uLine = 1;
+         file.getline(vBuffer.data(), static_cast<std::streamsize>(vBuffer.size())) || !file.eof();
+         ++uLine) {
+        const auto uEnd = static_cast<std::size_t>(file.gcount()) - (file.eof() ? 0 : 1);
+        const std::vector<std::string> vFields = fieldsOf(std::string(vBuffer.data(), uEnd));
+        if (file.fail() || std::any_of(vFields.begin(), vFields.end(), hasControlCharacter) ||
+            !take(vFields)) {
+            sFault = file.bad() || !file.is_open() ? "'" + sPath + "' cannot be read"
+                                                   : "line " + std::to_string(uLine) + " of '" +
+                                                         sPath + "' is not as it should be";
+            return false;
+        }
+    }
+    return true;
 }
 
 void putList(Header header, const ListedPackage::List& list, const std::array<rpmTagVal, 3>& vTags)
@@ -121,21 +146,32 @@ void putList(Header header, const ListedPackage::List& list, const std::array<rp
 bool readInstalledList(const std::string& sPath, const NameSet& asked,
                        std::vector<ListedPackage>& vPackages, std::string& sFault)
 {
-    std::ifstream file(sPath);
-    std::size_t uLine = 0;
+    NameSet paths = asked;
     std::size_t uEntries = 0;
-    for (std::string sLine; std::getline(file, sLine);) {
-        ++uLine;
-        if (!readLine(sLine, asked, vPackages, uEntries)) {
-            sFault = "line " + std::to_string(uLine) + " of '" + sPath + "' is not as it should be";
-            return false;
-        }
-    }
-    if (file.bad() || !file.eof() || vPackages.empty()) {
-        sFault = "'" + sPath + "' cannot be read, or names no package";
+    if (!readLines(
+            sPath,
+            [&](const std::vector<std::string>& vFields) {
+                if (vFields[0] == "R" && vFields.size() > 1 && vFields[1].starts_with('/')) {
+                    paths.insert(vFields[1]);
+                }
+                return true;
+            },
+            sFault) ||
+        !readLines(
+            sPath,
+            [&](const std::vector<std::string>& vFields) {
+                return readLine(vFields, paths, vPackages, uEntries);
+            },
+            sFault)) {
         return false;
     }
-    return true;
+    // The entries of keys are those of a device's database, and no packages.
+    std::erase_if(vPackages,
+                  [](const ListedPackage& package) { return package.name == "gpg-pubkey"; });
+    if (vPackages.empty()) {
+        sFault = "'" + sPath + "' names no package";
+    }
+    return !vPackages.empty();
 }
 
 RpmHandle<Header> headerOf(const ListedPackage& package)

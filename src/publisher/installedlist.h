@@ -27,7 +27,8 @@ struct ListedPackage {
 
 /// Reads a list that the `rpm -qa --qf` line of updater-repocheck(8) made.
 ///
-/// @param asked   the paths that matter; a package that owns one is read as if it provided it.
+/// @param asked   paths that matter beside those that packages of the list require; a package that owns
+///                one is read as if it provided it.
 /// @param sFault  set to what is wrong with the file, with the number of the line.
 /// @return        false if the list cannot be read in full.
 [[nodiscard]] bool readInstalledList(const std::string& sPath, const NameSet& asked,

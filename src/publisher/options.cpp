@@ -2,6 +2,7 @@
 
 #include <popt.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -33,6 +34,25 @@ std::string taken(char* pText)
 {
     const std::unique_ptr<char, decltype(&std::free)> text(pText, std::free);
     return pText != nullptr ? pText : "";
+}
+
+/// True if an option was given without a value, such as a variable of a script that is not set.
+bool isEmpty(const char* pText)
+{
+    return pText != nullptr && *pText == '\0';
+}
+
+bool anyEmpty(const Given& given)
+{
+    const std::array<char*, 4> vTexts = {given.confFile, given.defaults, given.previous,
+                                         given.format};
+    bool bEmpty = std::any_of(vTexts.begin(), vTexts.end(), isEmpty);
+    for (char** ppText : {given.installed, given.roots, given.keys}) {
+        for (; ppText != nullptr && *ppText != nullptr; ++ppText) {
+            bEmpty |= isEmpty(*ppText);
+        }
+    }
+    return bEmpty;
 }
 
 std::vector<std::string> taken(char** ppTexts)
@@ -95,7 +115,8 @@ bool parseOptions(int argc, char* argv[], CheckOptions& options)
         poptGetContext("updater-repocheck", argc, const_cast<const char**>(argv), vTable.data(), 0),
         poptFreeContext);
     poptSetOtherOptionHelp(context.get(), "[OPTION...] DIRECTORY-OR-URL");
-    const bool bParsed = parse(context.get(), options);
+    const bool bParsed = parse(context.get(), options) &&
+                         (!anyEmpty(given) || wrong("an option has an empty value"));
     options.confFile = taken(given.confFile);
     options.defaults = taken(given.defaults);
     options.installed = taken(given.installed);
@@ -112,6 +133,9 @@ bool parseOptions(int argc, char* argv[], CheckOptions& options)
     }
     if (!sFormat.empty() && sFormat != "text" && sFormat != "json") {
         return wrong(sFormat + ": the form is text or json");
+    }
+    if (options.previous.find("://") != std::string::npos) {
+        return wrong(options.previous + ": --previous takes a directory");
     }
     return !options.baseline || !options.previous.empty() || wrong("--baseline needs --previous");
 }

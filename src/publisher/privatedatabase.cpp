@@ -9,6 +9,7 @@
 #include <rpm/rpmcli.h>
 #include <rpm/rpmmacro.h>
 #include <rpm/rpmts.h>
+#include <algorithm>
 #include <filesystem>
 
 namespace {
@@ -22,6 +23,16 @@ std::string withoutMacros(const std::string& sPath)
         sEscaped.append(c == '%' ? 2 : 1, c);
     }
     return sEscaped;
+}
+
+/// True if a path leads to a place below a directory, links and all.
+bool isBelow(const std::string& sDirectory, const std::filesystem::path& path)
+{
+    std::error_code failed;
+    const auto top = std::filesystem::canonical(sDirectory, failed);
+    const auto place = failed ? path : std::filesystem::canonical(path, failed);
+    return !failed &&
+           std::mismatch(top.begin(), top.end(), place.begin(), place.end()).first == top.end();
 }
 
 bool importKeys(rpmts ts, const std::vector<std::string>& vKeyFiles)
@@ -84,9 +95,9 @@ bool copyDatabase(const std::string& sRoot, const std::string& sDirectory)
         std::error_code failed;
         for (const char* pFile : {"rpmdb.sqlite", "rpmdb.sqlite-wal", "Packages.db", "Packages"}) {
             const fs::path from = sRoot + sPlace + "/" + pFile;
-            if (!failed && fs::is_regular_file(from, failed) && fs::file_size(from) > 0) {
-                bCopied = ensureDirectory(sDirectory) &&
-                          fs::copy_file(from, fs::path(sDirectory) / pFile, failed);
+            if (!failed && fs::is_regular_file(from, failed) && isBelow(sRoot, from) &&
+                fs::file_size(from) > 0) {
+                bCopied = fs::copy_file(from, fs::path(sDirectory) / pFile, failed);
             }
             if (failed == std::errc::no_such_file_or_directory) {
                 failed.clear();

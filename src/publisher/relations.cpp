@@ -74,17 +74,20 @@ void checkArchitectures(const PackageSet& packages, const Architectures& archite
         const std::uint32_t uEnd = packages.endOfRun(u);
         const Package first = packages[u];
         std::set<std::string> kinds;
-        bool bTwice = false;
-        for (std::uint32_t uOne = u; uOne < uEnd; ++uOne) {
-            const auto known = architectures.find(packages[uOne].location());
+        std::vector<Evr> vVersions;
+        for (; u < uEnd; ++u) {
+            const auto known = architectures.find(packages[u].location());
             kinds.insert(known != architectures.end() ? known->second : "");
-            for (std::uint32_t uOther = u; uOther < uOne; ++uOther) {
-                bTwice |= compareEvr(packages[uOther].evr(), packages[uOne].evr()) == 0;
-            }
+            vVersions.push_back(packages[u].evr());
         }
+        std::sort(vVersions.begin(), vVersions.end(),
+                  [](const Evr& a, const Evr& b) { return compareEvr(a, b) < 0; });
+        const bool bTwice =
+            std::adjacent_find(vVersions.begin(), vVersions.end(), [](const Evr& a, const Evr& b) {
+                return compareEvr(a, b) == 0;
+            }) != vVersions.end();
         kinds.erase("noarch");
         kinds.erase("");
-        u = uEnd;
         if (kinds.size() > 1 || bTwice) {
             std::string sKinds;
             for (const std::string& sKind : kinds) {
@@ -220,18 +223,26 @@ void checkRequires(const PackageSet& packages, const std::vector<const PackageSe
                      "require the package itself as well",
                      "",
                      {}});
-            } else if (overlaps(provides, require)) {
                 continue;
-            } else if (require.name == Text("updater-running") && !isInstalled(require)) {
+            }
+            if (overlaps(provides, require)) {
+                continue;
+            }
+            const Dependency* pMiss = nearMiss(require, provides);
+            const bool bUpdater = require.name == Text("updater-running");
+            if ((pMiss == nullptr && !bUpdater) || isInstalled(require)) {
+                continue;
+            }
+            if (bUpdater) {
                 findings.push_back({"updater-running",
-                                    Severity::ERROR,
+                                    vInstalled.empty() ? Severity::NOTE : Severity::ERROR,
                                     fileName(package),
                                     "it requires " + sRequire + ", which nothing provides",
                                     "never install it, and try the updater package alone",
                                     "Provides: updater-running = VERSION in the updater package",
                                     "",
                                     {}});
-            } else if (const Dependency* pMiss = nearMiss(require, provides)) {
+            } else {
                 findings.push_back({"strict-bound",
                                     Severity::WARNING,
                                     fileName(package),

@@ -55,7 +55,10 @@ int run(const CheckOptions& options)
     if (signalNoted != 0) {
         return fail("interrupted");
     }
-    std::fputs((options.json ? jsonReport(report) : textReport(report)).c_str(), stdout);
+    const std::string sReport = options.json ? jsonReport(report) : textReport(report);
+    if (std::fputs(sReport.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
+        return fail("the report cannot be written: " + errnoText());
+    }
     return exitCodeOf(report);
 }
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Findings of one kind, and lines of a finding, that the text shows; the JSON form has all.
+/// Findings of one kind, lines of a finding and packages of a pass that the text shows; the JSON form has all.
 constexpr unsigned k_uShown = 20;
 
 const char* severityWord(Severity severity)
@@ -28,10 +28,10 @@ std::string counted(std::size_t uCount, const std::string& sWord)
 std::string joined(const std::vector<std::string>& vTexts)
 {
     std::string sAll;
-    for (const std::string& sText : vTexts) {
-        sAll += " " + printable(sText);
+    for (std::size_t u = 0; u < std::min<std::size_t>(vTexts.size(), k_uShown); ++u) {
+        sAll += " " + printable(vTexts[u]);
     }
-    return sAll;
+    return sAll + (vTexts.size() > k_uShown ? " ..." : "");
 }
 
 /// A text from outside, fit for a terminal.
@@ -87,7 +87,11 @@ std::string runText(const RunReport& run)
 /// UTF-8.
 std::string quoted(const std::string& sText)
 {
-    const bool bUtf8 = xmlCheckUTF8(xmlChars(sText.c_str())) != 0;
+    // libxml2 lets halves of surrogate pairs pass, which begin with ED A0 to ED BF.
+    const auto iSurrogate = std::adjacent_find(sText.begin(), sText.end(), [](char a, char b) {
+        return a == '\xed' && static_cast<unsigned char>(b) >= 0xa0;
+    });
+    const bool bUtf8 = xmlCheckUTF8(xmlChars(sText.c_str())) != 0 && iSurrogate == sText.end();
     std::string sQuoted = "\"";
     for (const char c : sText) {
         if (c == '"' || c == '\\') {

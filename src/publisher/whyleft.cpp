@@ -37,8 +37,10 @@ std::string whyLeft(const Package& package, const UpdateSet& announced,
     }
     for (const Package& other : announced) {
         for (const Dependency& require : other.needs()) {
-            const auto met = providerOf(after, require);
-            if (other != package && overlaps(package.provides(), require) && met) {
+            if (other == package || !overlaps(package.provides(), require)) {
+                continue;
+            }
+            if (const auto met = providerOf(after, require)) {
                 return sName + " was due for '" + dependencyText(require) + "' of " +
                        packageText(other) + ", which " + packageText(*met) + " has met";
             }

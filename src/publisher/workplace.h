@@ -12,7 +12,8 @@ public:
 
     /// Makes it below $TMPDIR, or /tmp.
     ///
-    /// @return false, with errno set, if that fails.
+    /// @return false, with errno set, if that fails: EINVAL for a TMPDIR that is not absolute or holds
+    ///         other characters than letters, digits and "/._+-".
     [[nodiscard]] bool make();
 
     [[nodiscard]] const std::string& path() const { return m_sPath; }  ///< with its slash
