@@ -138,26 +138,28 @@ bool makeListedState(const StateSetting& setting, const std::string& sList, Devi
     return true;
 }
 
-DeviceState makeBaselineState(const StateSetting& setting, const Offer& previous)
+bool makeBaselineState(const StateSetting& setting, const Offer& previous, DeviceState& state,
+                       std::string& sFault)
 {
-    DeviceState state;
     state.name = "baseline";
-    const std::vector<Package> vNewest = newestOf(previous.packages());
     const auto packages = std::make_shared<InstalledPackageSet>();
-    for (const Package& package : vNewest) {
+    for (const Package& package : newestOf(previous.packages())) {
+        if (setting.databases && !isReadable(previous.fileOf(package))) {
+            sFault = "'" + std::string(package.location()) +
+                     "' of the previous repository cannot be read; --metadata-only does without";
+            return false;
+        }
         packages->insertEqual(installedRecord(package));
     }
     packages->sort();
     state.packages = packages;
-    if (setting.databases &&
-        std::all_of(vNewest.begin(), vNewest.end(),
-                    [&](const Package& package) { return isReadable(previous.fileOf(package)); })) {
+    if (setting.databases) {
         state.makeDatabase = [&](DeviceState& made) {
             return makeWithHeaders(setting, made,
                                    [&](const AddHeader& add) { return addNewest(previous, add); });
         };
     }
-    return state;
+    return true;
 }
 
 bool readDatabase(DeviceState& state)

@@ -35,15 +35,16 @@ struct StateSetting {
 
 [[nodiscard]] DeviceState makeEmptyState(const StateSetting& setting);
 
-/// A device that has the newest version of everything that a repository offers.
-[[nodiscard]] DeviceState makeBaselineState(const StateSetting& setting, const Offer& previous);
-
 // Each of these returns false, with `sFault` set, if the state cannot be made.
 
 [[nodiscard]] bool makeRootState(const StateSetting& setting, const std::string& sRoot,
                                  DeviceState& state, std::string& sFault);
 [[nodiscard]] bool makeListedState(const StateSetting& setting, const std::string& sList,
                                    DeviceState& state, std::string& sFault);
+
+/// A device that has the newest version of everything that a repository offers.
+[[nodiscard]] bool makeBaselineState(const StateSetting& setting, const Offer& previous,
+                                     DeviceState& state, std::string& sFault);
 
 /// Reads what is installed out of the state's own database, as the device does.
 ///

@@ -7,6 +7,7 @@
 #include "publisher/relations.h"
 #include "rpmdb/rpmdb.h"
 #include "support/childprocess.h"
+#include "support/files.h"
 #include "support/signalnote.h"
 
 #include <algorithm>
@@ -33,16 +34,25 @@ RepoConfig enabledRepository(const Config& config)
     return {};
 }
 
-/// How devices are to read the repository. Without a key nothing can be said of a signature.
-RepoConfig settingsOf(const Config& config, bool bKeys)
+/// How devices are to read the repository.
+RepoConfig settingsOf(const Config& config)
 {
     RepoConfig settings = named("repository");
-    if (bKeys) {
-        const RepoConfig configured = enabledRepository(config);
-        settings.isSigned = configured.isSigned;
-        settings.maxAge = configured.maxAge;
-    }
+    const RepoConfig configured = enabledRepository(config);
+    settings.isSigned = configured.isSigned;
+    settings.maxAge = configured.maxAge;
     return settings;
+}
+
+/// The run of a device that ends at the metadata.
+RunReport refusedRun(const DeviceState& state, std::vector<std::string> vLines)
+{
+    RunReport run;
+    run.state = state.name;
+    run.passes.push_back({"check", {}, true, std::move(vLines)});
+    run.exitCode = ResultError;
+    run.status = "READY";
+    return run;
 }
 
 class Inspection {
@@ -54,7 +64,7 @@ public:
           m_log(log),
           m_report(report),
           m_sTemporary(std::move(sTemporary)),
-          m_offer(options.repository, m_sTemporary, settingsOf(config, !options.keys.empty()),
+          m_offer(options.repository, m_sTemporary, settingsOf(config),
                   [this](std::string_view sIndex, std::string_view sArmour) {
                       return verifyIndex(sIndex, sArmour);
                   }),
@@ -68,6 +78,8 @@ private:
     [[nodiscard]] bool makeKeys(std::string& sFailure);
     [[nodiscard]] SignatureVerdict verifyIndex(std::string_view sIndex,
                                                std::string_view sArmour) const;
+    [[nodiscard]] bool isBelievedBy(const DeviceState& state) const;
+    void tellOfConfiguration();
     [[nodiscard]] bool readPrevious(std::string& sFailure);
     [[nodiscard]] bool makeStates(std::string& sFailure);
     void lookAtFiles();
@@ -81,6 +93,7 @@ private:
     std::string m_sTemporary;
     std::string m_sKeys;  ///< directory of an rpm database with the keys; empty if none is given
     Offer m_offer;
+    bool m_bRead = false;  ///< the metadata are such that devices take them
     Offer m_previous;
     StateSetting m_setting;
     PackageFiles m_files;
@@ -97,8 +110,10 @@ bool Inspection::readPrevious(std::string& sFailure)
         sFailure = "the previous repository cannot be read: " + findings.front().text;
         return false;
     }
-    compareWithPrevious(m_offer.packages(), m_previous.packages(), m_report.findings);
-    if (enabledRepository(m_config).isSigned) {
+    if (m_bRead) {
+        compareWithPrevious(m_offer.packages(), m_previous.packages(), m_report.findings);
+    }
+    if (m_bRead && enabledRepository(m_config).isSigned) {
         compareRevisions(m_offer.indexPath(), m_previous.indexPath(), m_report.findings);
     }
     return true;
@@ -117,10 +132,8 @@ bool Inspection::makeStates(std::string& sFailure)
     if (m_options.empty) {
         m_vStates.push_back(makeEmptyState(m_setting));
     }
-    if (m_options.baseline) {
-        m_vStates.push_back(makeBaselineState(m_setting, m_previous));
-    }
-    return std::all_of(m_options.roots.begin(), m_options.roots.end(),
+    return (!m_options.baseline || make(makeBaselineState, m_previous)) &&
+           std::all_of(m_options.roots.begin(), m_options.roots.end(),
                        [&](const std::string& sRoot) { return make(makeRootState, sRoot); }) &&
            std::all_of(m_options.installed.begin(), m_options.installed.end(),
                        [&](const std::string& sList) { return make(makeListedState, sList); });
@@ -142,9 +155,50 @@ bool Inspection::makeKeys(std::string& sFailure)
 
 SignatureVerdict Inspection::verifyIndex(std::string_view sIndex, std::string_view sArmour) const
 {
+    if (m_sKeys.empty()) {
+        return {SignatureVerdict::GOOD, ""};  // nothing can be said of it
+    }
     const DatabaseScope scope(m_sKeys);
     RpmDB database;
     return database.open(false) ? database.verifyDetached(sIndex, sArmour) : SignatureVerdict{};
+}
+
+/// Would a device with keys of its own believe the index? The bytes are those that were believed.
+bool Inspection::isBelievedBy(const DeviceState& state) const
+{
+    std::string sIndex;
+    std::string sArmour;
+    const DatabaseScope scope(state.database);
+    RpmDB database;
+    return readFile(m_offer.indexPath(), sIndex) &&
+           readFile(m_offer.indexPath() + ".asc", sArmour) && database.open(false) &&
+           database.verifyDetached(sIndex, sArmour).kind == SignatureVerdict::GOOD;
+}
+
+/// What the configuration keeps this program, or devices, from.
+void Inspection::tellOfConfiguration()
+{
+    const RepoConfig repository = enabledRepository(m_config);
+    if (!m_options.confFile.empty() && repository.id.empty()) {
+        m_report.findings.push_back({"no-repository",
+                                     Severity::WARNING,
+                                     m_options.confFile,
+                                     "it has no repository that is enabled",
+                                     "end with an error, unless --repo chooses one",
+                                     "enable a repository",
+                                     "",
+                                     {}});
+    }
+    if (repository.isSigned && m_sKeys.empty() && m_options.roots.empty()) {
+        m_report.findings.push_back({"index-signature",
+                                     Severity::WARNING,
+                                     k_pIndexLocation,
+                                     "its signature is not verified, as no --key is given",
+                                     "refuse it, if none of their keys has signed it",
+                                     "",
+                                     "",
+                                     {}});
+    }
 }
 
 void Inspection::lookAtFiles()
@@ -189,7 +243,17 @@ void Inspection::foresee()
     rpm.addArgument("--version");
     const bool bRpm = !m_options.metadataOnly && rpm.run() && rpm.exited && rpm.exitCode == 0;
     for (DeviceState& state : m_vStates) {
-        if (signalNoted == 0) {
+        if (signalNoted != 0) {
+            return;
+        }
+        if (state.hasOwnKeys && enabledRepository(m_config).isSigned && !isBelievedBy(state)) {
+            m_report.findings.push_back({"index-signature", Severity::ERROR, k_pIndexLocation,
+                                         "none of its keys has signed the index",
+                                         "end the run with an error, and install nothing",
+                                         "sign it with a key that devices have", state.name,
+                                         m_log.take()});
+            m_report.runs.push_back(refusedRun(state, m_report.findings.back().lines));
+        } else {
             m_report.runs.push_back(foreseeRun(
                 m_config, {&m_offer, &state, m_options.metadataOnly ? nullptr : &m_files, bRpm},
                 m_log, m_report.findings));
@@ -203,16 +267,23 @@ bool Inspection::go(std::string& sFailure)
     if (!makeKeys(sFailure)) {
         return false;
     }
-    if (!m_offer.read(m_log, findings)) {
-        return true;
-    }
-    m_report.packages = m_offer.packages().size();
+    tellOfConfiguration();
     m_setting.temporary = m_sTemporary;
     m_setting.keys = m_options.keys;
     m_setting.databases = !m_options.metadataOnly;
+    m_bRead = m_offer.read(m_log, findings);
+    if (!m_bRead) {
+        const std::vector<std::string> vLines = findings.back().lines;
+        const bool bMade = readPrevious(sFailure) && makeStates(sFailure);
+        for (const DeviceState& state : m_vStates) {
+            m_report.runs.push_back(refusedRun(state, vLines));
+        }
+        return bMade;
+    }
+    m_report.packages = m_offer.packages().size();
     m_setting.asked = requiredPaths(m_offer.packages());
     lookAtFiles();
-    checkOffered(m_offer.contents(), m_files.architectures, findings);
+    checkOffered(m_offer.contents(), m_offer.listing(), findings);
     checkConfiguredNames(m_config, m_offer.packages(), findings);
     if (!readPrevious(sFailure) || !makeStates(sFailure)) {
         return false;

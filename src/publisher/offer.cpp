@@ -1,13 +1,14 @@
 #include "publisher/offer.h"
 
+#include "publisher/progress.h"
 #include "support/files.h"
 #include "support/logger.h"
+#include "support/signalnote.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
 #include <array>
-#include <climits>
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <utility>
 
@@ -16,19 +17,25 @@ namespace {
 constexpr const char* k_pCommand =
     "createrepo_c --checksum sha --general-compress-type gz --simple-md-filenames --no-database";
 
-/// The absolute path of a directory, with a slash at its end; empty for a URL.
-std::string directoryOf(const std::string& sSource)
+/// What devices log when there is no index at all.
+constexpr const char* k_pNotFetched =
+    "ERROR: failed getting repository resource 'repodata/repomd.xml'";
+
+/// Makes a link to a directory, which may have any name.
+///
+/// @return the link with a slash at its end; empty for a URL.
+std::string linkTo(const std::string& sSource, const std::string& sLink)
 {
     const std::string sScheme = "file://";
     if (sSource.find("://") != std::string::npos && !sSource.starts_with(sScheme)) {
         return {};
     }
-    const std::string sPath =
-        sSource.starts_with(sScheme) ? sSource.substr(sScheme.size()) : sSource;
-    std::array<char, PATH_MAX> vAbsolute;
-    return std::string(realpath(sPath.c_str(), vAbsolute.data()) != nullptr ? vAbsolute.data()
-                                                                            : sPath.c_str()) +
-           "/";
+    std::error_code ignored;  // without the link there is no index, and that is told
+    std::filesystem::create_directory_symlink(
+        std::filesystem::absolute(
+            sSource.starts_with(sScheme) ? sSource.substr(sScheme.size()) : sSource, ignored),
+        sLink, ignored);
+    return sLink + "/";
 }
 
 Config configWithCache(const std::string& sTemporary)
@@ -108,7 +115,7 @@ std::string foreignCompression(std::string_view sBegin)
 Offer::Offer(const std::string& sSource, const std::string& sTemporary, RepoConfig settings,
              SignatureVerifier verify)
     : m_sSource(sSource),
-      m_sDirectory(directoryOf(sSource)),
+      m_sDirectory(linkTo(sSource, sTemporary + settings.id + ".link")),
       m_sCache(sTemporary + settings.id + "/"),
       m_config(configWithCache(sTemporary)),
       m_repoConfig(std::move(settings)),
@@ -127,7 +134,11 @@ bool Offer::read(DeviceLog& log, Findings& findings)
         return false;
     }
     ResourceSet resources;
-    if (parseRepomd(m_sCache, resources) && hasHashInName(*resources.find("primary"))) {
+    if (!parseRepomd(m_sCache, resources) ||
+        !readListing(resources.find("primary")->localPath, m_listing)) {
+        return true;  // devices have read both
+    }
+    if (hasHashInName(*resources.find("primary"))) {
         findings.push_back({"hashed-names",
                             Severity::WARNING,
                             resources.find("primary")->location,
@@ -146,12 +157,14 @@ Finding Offer::explainFailure(DeviceLog& log, std::vector<std::string> vLines) c
     ResourceSet resources;
     Finding finding;
     const bool bIndex = isReadable(indexPath());
-    if (!bIndex && m_repoConfig.isSigned) {
+    const bool bFetched = vLines.empty() || vLines.back() != k_pNotFetched;
+    if (!bIndex && m_repoConfig.isSigned && bFetched) {
         finding = refused("index-signature", k_pIndexLocation, "the index is not believed",
-                          "sign the index with a key that devices have, and publish both together");
+                          "run createrepo_c, sign the index with a key that devices have, and "
+                          "publish both together");
     } else if (!bIndex) {
-        finding =
-            refused("no-index", m_sSource, "there is no index repodata/repomd.xml", k_pCommand);
+        finding = refused("no-index", m_sSource, "the index repodata/repomd.xml cannot be fetched",
+                          m_sDirectory.empty() ? "see what the server answers" : k_pCommand);
     } else if (!parseRepomd(m_sCache, resources)) {
         const std::string sReason = lastReason(log, [&] {
             ResourceSet again;
@@ -201,6 +214,12 @@ std::string Offer::indexPath() const
     return m_sCache + baseName(k_pIndexLocation);
 }
 
+Listed Offer::listed(const Package& package) const
+{
+    const auto it = m_listing.find(package.location());
+    return it != m_listing.end() ? it->second : Listed{};
+}
+
 void Offer::fetchPackages() const
 {
     if (!m_sDirectory.empty()) {
@@ -211,14 +230,25 @@ void Offer::fetchPackages() const
         return;
     }
     for (const Package& package : packages()) {
+        if (signalNoted != 0) {
+            return;
+        }
         // A missing one is found when it is looked at.
         static_cast<void>(
+            ensureDirectory(placeOf(package)) &&
             downloader.download(std::string(package.location()), fileOf(package), false));
+        showProgress("fetched", package.place() + 1, packages().size());
     }
 }
 
 std::string Offer::fileOf(const Package& package) const
 {
-    return m_sDirectory.empty() ? m_repository.localPath(package)
+    return m_sDirectory.empty() ? placeOf(package) + baseName(package.location())
                                 : m_sDirectory + std::string(package.location());
+}
+
+/// A directory for the file of a package alone: others may have the same file name.
+std::string Offer::placeOf(const Package& package) const
+{
+    return m_sCache + "packages/" + std::to_string(package.place()) + "/";
 }

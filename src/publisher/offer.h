@@ -2,6 +2,7 @@
 
 #include "publisher/devicelog.h"
 #include "publisher/finding.h"
+#include "publisher/listing.h"
 #include "repository/repository.h"
 
 #include <string>
@@ -19,7 +20,7 @@ public:
 
     /// Fetches and reads the metadata.
     ///
-    /// @return false if a device would refuse them; why is among the findings, then.
+    /// @return false if devices would refuse them; why is among the findings, then.
     [[nodiscard]] bool read(DeviceLog& log, Findings& findings);
 
     /// Fetches the packages of a URL, as far as it has them. Does nothing for a directory.
@@ -31,14 +32,22 @@ public:
     [[nodiscard]] const PrimaryContents& contents() const { return m_repository.contents(); }
     [[nodiscard]] const PackageSet& packages() const { return m_repository.packages(); }
 
+    /// What the metadata say of the packages' files.
+    [[nodiscard]] const Listing& listing() const { return m_listing; }
+
+    /// What they say of that of one package.
+    [[nodiscard]] Listed listed(const Package& package) const;
+
     /// Where the file of a package lies, if it is there.
     [[nodiscard]] std::string fileOf(const Package& package) const;
 
-    /// The directory of the repository, with its slash; empty for a URL.
+    /// A path of the repository's directory, with its slash; empty for a URL. No other characters than
+    /// those of the temporary directory are in it, as rpm and URIs give them a meaning.
     [[nodiscard]] const std::string& directory() const { return m_sDirectory; }
 
 private:
     [[nodiscard]] Finding explainFailure(DeviceLog& log, std::vector<std::string> vLines) const;
+    [[nodiscard]] std::string placeOf(const Package& package) const;
     [[nodiscard]] std::string reasonFor(DeviceLog& log, const std::string& sPrimary) const;
 
     std::string m_sSource;
@@ -47,6 +56,7 @@ private:
     Config m_config;
     RepoConfig m_repoConfig;
     Repository m_repository;
+    Listing m_listing;
 };
 
 /// The name of the compression of a file that devices cannot read; empty for plain files and gzip.

@@ -2,13 +2,12 @@
 
 #include "publisher/packageheader.h"
 #include "publisher/privatedatabase.h"
+#include "publisher/progress.h"
 #include "resolver/providerindex.h"
 #include "rpmdb/rpmdb.h"
 #include "support/files.h"
 #include "support/signalnote.h"
 
-#include <unistd.h>
-#include <cstdio>
 #include <filesystem>
 #include <utility>
 
@@ -18,12 +17,11 @@ constexpr const char* k_pAgain = "run createrepo_c again";
 constexpr const char* k_pRefuseFile =
     "fetch it twice, refuse it, and then try the updater package alone; nothing else is updated";
 
-/// Tells at a terminal how far a long work is.
-void showProgress(std::uint32_t uDone, std::uint32_t uAll)
+/// True if a file can be read, and nobody waits at it for ever.
+bool isFile(const std::string& sPath)
 {
-    if (isatty(STDERR_FILENO) == 1 && (uDone % 256 == 0 || uDone == uAll)) {
-        std::fprintf(stderr, "\r%u of %u packages%s", uDone, uAll, uDone == uAll ? "\n" : "");
-    }
+    std::error_code ignored;
+    return std::filesystem::is_regular_file(sPath, ignored) && isReadable(sPath);
 }
 
 /// What is wrong with the file of one package.
@@ -33,15 +31,18 @@ struct FileFault {
     std::string mend;
 };
 
-FileFault faultOf(const Package& package, const std::string& sPath, bool bSame, Header header)
+FileFault faultOf(const Package& package, const Listed& listed, const std::string& sPath,
+                  bool bSame, Header header)
 {
-    if (!isReadable(sPath)) {
+    if (!isFile(sPath)) {
         return {"file-missing", "the file is not there", std::string("upload it, or ") + k_pAgain};
     }
     if (header == nullptr) {
         return {"no-package", "the file is damaged or no package", "build it anew"};
     }
-    const std::string sDifference = differenceOf(package, header);
+    std::error_code ignored;
+    const std::string sDifference =
+        differenceOf(package, listed, std::filesystem::file_size(sPath, ignored), header);
     if (!bSame) {
         return {"file-differs",
                 "the file is not the one that the metadata describe" +
@@ -49,7 +50,7 @@ FileFault faultOf(const Package& package, const std::string& sPath, bool bSame, 
                 k_pAgain};
     }
     if (!sDifference.empty()) {
-        return {"header-differs", "the metadata have another " + sDifference + " than its header",
+        return {"header-differs", "the metadata have another " + sDifference + " than the file",
                 k_pAgain};
     }
     return {};
@@ -90,24 +91,24 @@ void Inspector::add(const Package& package, bool bNewest, const FileFault& fault
 void Inspector::look(const Package& package, bool bNewest, RpmDB* pKeys)
 {
     const std::string sPath = m_offer.fileOf(package);
-    const RpmHandle<Header> header = readHeader(sPath);
+    const bool bFile = isFile(sPath);
+    const RpmHandle<Header> header = bFile ? readHeader(sPath) : nullptr;
     static_cast<void>(m_log.take());
     const Checksum checksum = package.checksum();
-    const bool bSame = checksum.checkFile(sPath);
+    const bool bSame = bFile && checksum.checkFile(sPath);
     // Another type than devices know is told of once, for all packages.
-    const FileFault fault = faultOf(package, sPath, bSame || checksum.type != "sha", header.get());
+    const FileFault fault = faultOf(package, m_offer.listed(package), sPath,
+                                    bSame || checksum.type != "sha", header.get());
     if (!fault.id.empty()) {
         add(package, bNewest, fault, k_pRefuseFile);
     }
-    const bool bRefused = pKeys != nullptr && isReadable(sPath) && !pKeys->verifyPackage(sPath);
+    const bool bRefused = pKeys != nullptr && bFile && !pKeys->verifyPackage(sPath);
     if (!bSame || bRefused) {
         (bSame ? m_result.refused : m_result.wrong).emplace(package.location());
     }
     if (header == nullptr) {
         return;
     }
-    const std::vector<std::string> vArch = textsOf(header.get(), RPMTAG_ARCH);
-    m_result.architectures[std::string(package.location())] = vArch.empty() ? "" : vArch.front();
     if (!m_asked.empty()) {
         for (const std::string& sFile : textsOf(header.get(), RPMTAG_FILENAMES)) {
             if (m_asked.contains(sFile)) {
@@ -186,7 +187,7 @@ PackageFiles inspectFiles(const Offer& offer, const NameSet& asked, const std::s
             break;
         }
         inspector.look(package, vNewest[package.place()], bKeys ? &keys : nullptr);
-        showProgress(package.place() + 1, offer.packages().size());
+        showProgress("looked at", package.place() + 1, offer.packages().size());
     }
     inspector.tellOfUnsigned();
     return inspector.takeResult();

@@ -5,13 +5,11 @@
 #include "publisher/finding.h"
 #include "publisher/offer.h"
 
-#include <map>
 #include <string>
 #include <vector>
 
 /// What the files of a repository's packages told.
 struct PackageFiles {
-    std::map<std::string, std::string, std::less<>> architectures;  ///< by location
     NameSet owned;    ///< the paths among those asked for that a package owns
     NameSet wrong;    ///< locations whose file is missing or does not fit its checksum
     NameSet refused;  ///< locations of the others whose signature the keys do not let through

@@ -114,23 +114,30 @@ Signing signingOf(Header header)
     return signing;
 }
 
-std::string differenceOf(const Package& listed, Header header)
+std::string differenceOf(const Package& package, const Listed& listed, std::uint64_t uSize,
+                         Header header)
 {
     PackageRecord own;
     if (!readOffered(header, own)) {
         return "whole header";
     }
-    if (own.name != listed.name()) {
+    if (own.name != package.name()) {
         return "name";
     }
-    if (compareEvr(own.evr, listed.evr()) != 0) {
+    if (compareEvr(own.evr, package.evr()) != 0) {
         return "version";
     }
-    if (textSet(own.provides) != textSet(listed.provides())) {
+    if (textsOf(header, RPMTAG_ARCH) != std::vector<std::string>{listed.arch}) {
+        return "architecture";
+    }
+    if (textSet(own.provides) != textSet(package.provides())) {
         return "provides";
     }
-    if (!requiresAgree(listed, own, header)) {
+    if (!requiresAgree(package, own, header)) {
         return "requires";
     }
-    return textSet(own.obsoletes) != textSet(listed.obsoletes()) ? "obsoletes" : "";
+    if (textSet(own.obsoletes) != textSet(package.obsoletes())) {
+        return "obsoletes";
+    }
+    return uSize != listed.size ? "size" : "";
 }

@@ -2,6 +2,7 @@
 
 #include "packages/dependency.h"
 #include "packages/package.h"
+#include "publisher/listing.h"
 #include "rpmdb/database.h"
 
 #include <string>
@@ -24,6 +25,9 @@ enum class Signing { NONE, WEAK, SOUND };
 /// @return WEAK if all that signs it is over MD5 or SHA-1.
 [[nodiscard]] Signing signingOf(Header header);
 
-/// In what the metadata of a package differ from its header, in words; empty if they agree. What
+/// In what the metadata of a package differ from its file, in words; empty if they agree. What
 /// createrepo_c leaves out, as the package itself meets it, is no difference.
-[[nodiscard]] std::string differenceOf(const Package& listed, Header header);
+///
+/// @param uSize  of the file.
+[[nodiscard]] std::string differenceOf(const Package& package, const Listed& listed,
+                                       std::uint64_t uSize, Header header);

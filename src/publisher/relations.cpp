@@ -9,8 +9,6 @@
 
 namespace {
 
-using Architectures = std::map<std::string, std::string, std::less<>>;
-
 std::string fileName(const Package& package)
 {
     return baseName(package.location());
@@ -67,8 +65,7 @@ void checkChecksumTypes(const std::vector<Package>& vNewest, Findings& findings)
     }
 }
 
-void checkArchitectures(const PackageSet& packages, const Architectures& architectures,
-                        Findings& findings)
+void checkArchitectures(const PackageSet& packages, const Listing& listing, Findings& findings)
 {
     for (std::uint32_t u = 0; u < packages.size();) {
         const std::uint32_t uEnd = packages.endOfRun(u);
@@ -76,8 +73,8 @@ void checkArchitectures(const PackageSet& packages, const Architectures& archite
         std::set<std::string> kinds;
         std::vector<Evr> vVersions;
         for (; u < uEnd; ++u) {
-            const auto known = architectures.find(packages[u].location());
-            kinds.insert(known != architectures.end() ? known->second : "");
+            const auto known = listing.find(packages[u].location());
+            kinds.insert(known != listing.end() ? known->second.arch : "");
             vVersions.push_back(packages[u].evr());
         }
         std::sort(vVersions.begin(), vVersions.end(),
@@ -190,13 +187,12 @@ bool isProvided(const PackageSet& packages, const Dependency& require)
     return false;
 }
 
-void checkOffered(const PrimaryContents& contents, const Architectures& architectures,
-                  Findings& findings)
+void checkOffered(const PrimaryContents& contents, const Listing& listing, Findings& findings)
 {
     const std::vector<Package> vNewest = newestOf(contents.packages);
     checkEmptiness(contents, findings);
     checkChecksumTypes(vNewest, findings);
-    checkArchitectures(contents.packages, architectures, findings);
+    checkArchitectures(contents.packages, listing, findings);
     checkFileNames(vNewest, findings);
 }
 

@@ -20,10 +20,7 @@
 
 /// Finds what devices leave out or take in another way than the publisher may think.
 ///
-/// @param architectures  by location; empty if no header was read.
-void checkOffered(const PrimaryContents& contents,
-                  const std::map<std::string, std::string, std::less<>>& architectures,
-                  Findings& findings);
+void checkOffered(const PrimaryContents& contents, const Listing& listing, Findings& findings);
 
 /// Finds requires that only rpm sees to, and those that are never met as they are written.
 ///

@@ -2,8 +2,9 @@
 
 import dataclasses
 import functools
-import json
 import http.server
+import json
+import os
 import re
 import shutil
 import subprocess
@@ -14,6 +15,7 @@ from pathlib import Path
 import pytest
 from conftest import PROJECT
 from device import cache, keys
+from device.device import Device
 from device.packages import BASE, Package, build, damaged
 from device.repository import COMMAND
 from scenes import NEW, OLD, edit_primary
@@ -106,6 +108,10 @@ def sign_index(key: str) -> Callable[[Path], object]:
         keys.signature((repo / "repodata/repomd.xml").read_bytes(), key))
 
 
+def resized(repo: Path) -> None:
+    edit_primary(Published(repo), lambda text: re.sub('<size package="[0-9]+"', '<size package="7"', text, count=1))
+
+
 def app(**more: object) -> Scene:
     return Scene((Package("app", "2-1", **more),))
 
@@ -140,6 +146,9 @@ MISTAKES = {
     "another index": ("index-refused", 2, Scene(behind=in_file("repodata/repomd.xml", "<repomd ", "<mdrepo "))),
     "edited metadata": ("header-differs", 2, Scene(behind=lambda repo: edit_primary(
         Published(repo), lambda text: text.replace('<rpm:entry name="extra" ', '<rpm:entry name="other" ')))),
+    "another size": ("header-differs", 2, Scene(behind=resized)),
+    "another architecture": ("header-differs", 2, Scene(behind=lambda repo: edit_primary(
+        Published(repo), lambda text: text.replace("<arch>noarch", "<arch>x86_64", 1)))),
     "hashes in names": ("hashed-names", 1, Scene(command=[word for word in COMMAND if not word.startswith("--simple")])),
     "same name elsewhere": ("same-file-name download-fails", 2, Scene(before=lambda repo: [
         (repo / "sub").mkdir(), (repo / "app-2-1.noarch.rpm").rename(repo / "sub/lib-2-1.noarch.rpm")])),
@@ -173,6 +182,12 @@ MISTAKES = {
     "condition that is not met": ("rich-require rpm-refuses", 2, app(requires=("(none or nothing)",))),
     "same file twice": ("rpm-refuses", 2, Scene((
         Package("app", "2-1", files=(("/opt/one", "app"),)), Package("lib", "2-1", files=(("/opt/one", "lib"),))))),
+    "same file twice, beside a newer updater": ("rpm-refuses updater-first", 2, Scene((
+        Package("app", "2-1", files=(("/opt/one", "app"),)), Package("lib", "2-1", files=(("/opt/one", "lib"),)),
+        Package("updater", "1.2-1")), (Package("updater", "1.1-1"),))),
+    "nothing enabled": ("no-repository", 1, Scene(signed='true" enabled="0', behind=sign_index("vendor"))),
+    "signature that nobody can verify": ("index-signature unsigned", 1, dataclasses.replace(
+        Scene((Package("app", "2-1", key=""),), signed="true", behind=sign_index("vendor")), keys=())),
     "updater that provides nothing": ("updater-running unsatisfied", 2, app(requires=("updater-running >= 1.2",))),
     "newer updater left out": ("needs-newer-updater", 2, Scene(
         (Package("app", "2-1", requires=("updater-running >= 1.2",)), Package("new", "1-1", provides=("updater-running = 1.2",))))),
@@ -217,6 +232,52 @@ def test_a_server_gives_what_a_directory_gives(program: Path, tmp_path: Path) ->
                                  "--key", keys.public_key("vendor"), f"http://127.0.0.1:{server.server_port}/new")
         server.shutdown()
     assert of_server["runs"] == of_directory["runs"] and of_server["findings"] == []
+
+
+def installed_list(path: Path, *lines: str) -> Path:
+    path.write_text("".join(line.replace(" ", "\t") + "\n" for line in lines))
+    return path
+
+
+def test_a_list_knows_files_and_no_keys(program: Path, tmp_path: Path) -> None:
+    Scene().publish(tmp_path / "new", {"lib": NEW[1]}, False)
+    lines = ("P gpg-pubkey 0 1 1 (none)", "P lib 0 1 1 noarch", "V lib 8 1-1", "F /opt/lib/f", "P user 0 1 1 noarch", "R /opt/lib/f 0 ")
+    code, report = repocheck(program, "--installed", installed_list(tmp_path / "%(touch pwned)", *lines), tmp_path / "new")
+    assert (code, ids(report, "error"), ids(report, "warning")) == (2, {"rpm-refuses"}, {"rpm-refuses"})
+    assert "is needed by (installed) user" in json.dumps(report) and not Path("pwned").exists()
+
+
+def test_a_device_with_keys_of_its_own(program: Path, tmp_path: Path) -> None:
+    with Device(program) as device:
+        device.import_key("stranger")
+        scene = Scene(signed="true", behind=sign_index("vendor"), more=("--root", str(device.directory)), keys=())
+        code, report = scene.check(program, tmp_path)
+    assert (code, ids(report)) == (2, {"index-signature"})
+    assert [(run["exitCode"], run["status"]) for run in report["runs"]] == [(0, "REBOOTING"), (1, "READY")]
+
+
+@pytest.mark.parametrize(("arguments", "message"), [
+    (["--conf-file=", "new"], "an option has an empty value"), (["--root=", "new"], "an option has an empty value"),
+    (["--previous=http://a/", "new"], "--previous takes a directory"), (["--installed=/dev/zero", "new"], "is no file"),
+    (["--previous=old", "--baseline", "new"], "--metadata-only does without"), (["new", "old"], "one repository at a time")])
+def test_what_cannot_be_looked_at(program: Path, tmp_path: Path, arguments: list[str], message: str) -> None:
+    for name in ("old", "new"):
+        Scene().publish(tmp_path / name, {"lib": NEW[1]}, False)
+    (tmp_path / "old/lib-2-1.noarch.rpm").unlink()
+    done = subprocess.run([program.with_name("updater-repocheck"), *arguments], cwd=tmp_path, capture_output=True, text=True, check=False)
+    assert (done.returncode, done.stdout) == (2, "") and message in done.stderr
+
+
+def test_paths_of_all_kinds(program: Path, tmp_path: Path) -> None:
+    repo = tmp_path / "x [re]{a,b} po%(touch pwned)'"
+    Scene().publish(repo, {p.name: p for p in NEW}, False)
+    (repo / "firmware-2-1.noarch.rpm").unlink()
+    os.mkfifo(repo / "firmware-2-1.noarch.rpm")
+    code, report = repocheck(program, "--installed", installed_list(tmp_path / "list", "P app 0 1 1 noarch"), repo)
+    assert (code, ids(report, "error"), report["runs"][0]["status"]) == (2, {"file-missing"}, "REBOOTING")
+    with open("/dev/full", "w") as full:
+        done = subprocess.run([program.with_name("updater-repocheck"), repo], stdout=full, stderr=subprocess.PIPE, check=False)
+    assert (done.returncode, b"cannot be written" in done.stderr) == (2, True)
 
 
 @pytest.mark.parametrize("line", ["P\ta\t0\t1", "P\ta\tx\t1\t1\tnoarch", "R\ta\t0\t1", "P\t\t0\t1\t1\tnoarch", "nonsense", ""])
