@@ -175,6 +175,9 @@ void Tracer::entered(pid_t iThread)
     if (m_order.doing != Doing::list && m_lCalls != m_order.lCall) {
         return;
     }
+    if (m_order.doing == Doing::shorter && registers.orig_rax == SYS_sendto && registers.r8 != 0) {
+        return;  // with an address: a message, which goes out whole or not at all
+    }
     std::fprintf(m_pNotes, "%lld\n", static_cast<long long>(registers.orig_rax));
     std::fflush(m_pNotes);
     switch (m_order.doing) {

@@ -227,8 +227,9 @@ def _told(point: Point, code: int, log: str, complete: bool) -> list[str]:
     if point.doing in ("fail", "short", "starve"):
         if re.search(r"^FATAL: .* in libgcrypt: ", log, re.MULTILINE):
             return []  # a library of rpm's that ends the process by itself, as it starts
-        # Without memory libraries end the process by themselves, and so does C++ ahead of our own handler.
-        if point.doing == "starve" and re.search(r"^memory alloc|bad_alloc|not enough memory|Cannot allocate memory", log, re.MULTILINE):
+        # Without memory librpm and popt end the process by themselves, and so does C++ ahead of our own handler.
+        if point.doing == "starve" and re.search(
+                r"^memory alloc|^virtual memory exhausted|bad_alloc|not enough memory|Cannot allocate memory", log, re.MULTILINE):
             return []
         if code >= 128:
             return [f"ended by signal {code - 128}"]
