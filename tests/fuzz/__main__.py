@@ -19,10 +19,10 @@ FIGURES = BUILD / "figures"
 #: Of each target, the most bytes of an input.
 TARGETS = {"primary": 8192, "index": 4096, "configuration": 4096, "proxyfile": 1024, "table": 4096, "package": 16384,
            "header": 4096, "versions": 96, "armour": 4096, "downloader": 4096, "childlines": 4096, "installedlist": 1024}
-#: Seconds of one process: texts of packages stay in memory for good, so that it grows.
-SLICE = 60
+#: Seconds of one process: texts of packages stay in memory for good, so that it grows, and gets slower.
+SLICE = 15
 #: Of the address sanitizer: what a replay tells better costs a third of the time.
-FAST = "malloc_context_size=1:quarantine_size_mb=8:max_malloc_fill_size=256"
+FAST = "malloc_context_size=1:quarantine_size_mb=1:thread_local_quarantine_size_kb=64:max_malloc_fill_size=256"
 #: What librpm keeps from run to run, libFuzzer would take the time to look at behind each of them.
 KEEPING = {"package"}
 ROW = "{:14} {:>14} {:>10} {:>9} {:>9} {:>9}"
