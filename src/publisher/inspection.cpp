@@ -147,7 +147,10 @@ bool Inspection::makeKeys(std::string& sFailure)
     m_sKeys = m_sTemporary + "keys";
     const bool bMade = makeDatabase(m_sKeys, m_options.keys, [](const AddHeader&) { return true; });
     if (!bMade) {
-        sFailure = "a key cannot be read";
+        sFailure = "not a public key each:";
+        for (const std::string& sFile : m_options.keys) {
+            sFailure += " '" + sFile + "'";
+        }
     }
     inspectKeys(m_options.keys, m_sTemporary, m_log, m_report.findings);
     return bMade;

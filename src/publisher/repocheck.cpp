@@ -49,11 +49,12 @@ int run(const CheckOptions& options)
     Report report;
     report.repository = options.repository;
     std::string sFailure;
-    if (!inspect(options, config, place.path(), log, report, sFailure)) {
-        return fail(sFailure);
-    }
+    const bool bInspected = inspect(options, config, place.path(), log, report, sFailure);
     if (signalNoted != 0) {
         return fail("interrupted");
+    }
+    if (!bInspected) {
+        return fail(sFailure);
     }
     const std::string sReport = options.json ? jsonReport(report) : textReport(report);
     if (std::fputs(sReport.c_str(), stdout) < 0 || std::fflush(stdout) != 0) {

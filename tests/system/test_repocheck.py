@@ -259,11 +259,13 @@ def test_a_device_with_keys_of_its_own(program: Path, tmp_path: Path) -> None:
 @pytest.mark.parametrize(("arguments", "message"), [
     (["--conf-file=", "new"], "an option has an empty value"), (["--root=", "new"], "an option has an empty value"),
     (["--previous=http://a/", "new"], "--previous takes a directory"), (["--installed=/dev/zero", "new"], "is no file"),
-    (["--previous=old", "--baseline", "new"], "--metadata-only does without"), (["new", "old"], "one repository at a time")])
+    (["--previous=old", "--baseline", "new"], "--metadata-only does without"),
+    (["--key=list", "new"], "not a public key each: 'list'"), (["new", "old"], "one repository at a time")])
 def test_what_cannot_be_looked_at(program: Path, tmp_path: Path, arguments: list[str], message: str) -> None:
     for name in ("old", "new"):
         Scene().publish(tmp_path / name, {"lib": NEW[1]}, False)
     (tmp_path / "old/lib-2-1.noarch.rpm").unlink()
+    installed_list(tmp_path / "list", "P app 0 1 1 noarch")
     done = subprocess.run([program.with_name("updater-repocheck"), *arguments], cwd=tmp_path, capture_output=True, text=True, check=False)
     assert (done.returncode, done.stdout) == (2, "") and message in done.stderr
 
