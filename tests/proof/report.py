@@ -64,7 +64,7 @@ def calls(series: str) -> list[str]:
     minutes = sum(share["seconds"] for share in found) / 60
     violated = [line for share in found for line in share["violated"]]
     return [f"{extent}, commit {', '.join(sorted({share['program'] for share in found}))}, {minutes:.0f} minutes.", "",
-            *calls_table(found), *(["", "Violated:", ""] if violated else []), *(f"- {line}" for line in violated[:SHOWN])]
+            *calls_table(found), *(["", "Violated:", ""] if violated else []), *(f"- {line.partition(chr(10))[0]}" for line in violated[:SHOWN])]
 
 
 def disk(results: list[dict]) -> list[str]:
