@@ -4,6 +4,7 @@
 #include "support/files.h"
 #include "support/logger.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -76,11 +77,26 @@ bool fetchFile(Downloader& downloader, const char* pLocation, const std::string&
     return true;
 }
 
+void tellUnreadable(const std::string& sPath)
+{
+    logMessage(ERROR, "cannot read '%s' to verify the repository index (%s)", sPath.c_str(),
+               errnoText().c_str());
+}
+
 bool readBounded(const std::string& sPath, std::size_t uLimit, std::string& sContents)
 {
     if (!readFile(sPath, sContents, uLimit)) {
-        logMessage(ERROR, "cannot read '%s' to verify the repository index (%s)", sPath.c_str(),
-                   errnoText().c_str());
+        tellUnreadable(sPath);
+        return false;
+    }
+    return true;
+}
+
+bool forceToDisk(const std::string& sPath)
+{
+    const FileDescriptor file(open(sPath.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.isOpen() || fsync(file.get()) != 0) {
+        logMessage(ERROR, "failed writing '%s' (%s)", sPath.c_str(), errnoText().c_str());
         return false;
     }
     return true;
@@ -98,13 +114,21 @@ bool moveInPlace(const std::string& sPath)
 }
 
 /// The highest revision that was accepted before; 0 if that is not known.
-std::uint64_t highestRevision(const std::string& sPath)
+///
+/// @return nothing (logged) if that cannot be told.
+std::optional<std::uint64_t> keptRevision(const std::string& sPath)
 {
     std::string sText;
-    if (!readFile(sPath, sText, k_uMostRevision) && errno == ENOENT) {
-        return 0;
+    if (!readFile(sPath, sText, k_uMostRevision) && errno != EFBIG) {
+        if (errno == ENOENT) {
+            return 0;
+        }
+        tellUnreadable(sPath);
+        return {};
     }
-    const auto uRevision = revisionNumber(sText.substr(0, sText.find('\n')));
+    const auto uRevision = sText.ends_with('\n')
+                               ? revisionNumber(std::string_view(sText).substr(0, sText.size() - 1))
+                               : std::nullopt;
     if (!uRevision) {
         logMessage(WARNING, "ignoring '%s', which holds no revision", sPath.c_str());
     }
@@ -148,16 +172,21 @@ SignedIndex::SignedIndex(const RepoConfig& repoConfig, const std::string& sCache
 
 bool SignedIndex::fetch(Downloader& downloader)
 {
+    const std::string sNewIndex = m_sIndex + k_pNew;
+    const std::string sNewSignature = m_sSignature + k_pNew;
     std::string sIndex;
-    const bool bPlaced = fetchPair(downloader, sIndex) && acceptRevision(m_sIndex + k_pNew) &&
-                         moveInPlace(m_sSignature) && moveInPlace(m_sIndex);
-    if (!bPlaced) {
-        unlink((m_sIndex + k_pNew).c_str());
-        unlink((m_sSignature + k_pNew).c_str());
+    std::optional<std::uint64_t> uRevision;
+    if (fetchPair(downloader, sIndex)) {
+        uRevision = acceptableRevision(sNewIndex, cachedRevision());
+    }
+    if (!uRevision || !forceToDisk(sNewIndex) || !forceToDisk(sNewSignature) ||
+        !moveInPlace(m_sSignature) || !moveInPlace(m_sIndex)) {
+        unlink(sNewIndex.c_str());
+        unlink(sNewSignature.c_str());
         return false;
     }
     m_sBelieved = std::move(sIndex);
-    return true;
+    return keepRevision(*uRevision);
 }
 
 bool SignedIndex::checkCached()
@@ -169,7 +198,12 @@ bool SignedIndex::checkCached()
     if (!m_sBelieved.empty() && sIndex == m_sBelieved) {
         return true;
     }
-    if (!isGood(verify(m_sIndex, m_sSignature, sIndex)) || !acceptRevision(m_sIndex)) {
+    const auto verdict = verify(m_sIndex, m_sSignature, sIndex);
+    if (!verdict || !isGood(*verdict)) {
+        return false;
+    }
+    const auto uRevision = acceptableRevision(m_sIndex, 0);
+    if (!uRevision || !keepRevision(*uRevision)) {
         return false;
     }
     m_sBelieved = std::move(sIndex);
@@ -186,12 +220,15 @@ bool SignedIndex::fetchPair(Downloader& downloader, std::string& sIndex) const
             return false;
         }
         if (!fetchFile(downloader, k_pSignatureLocation, sNewSignature, k_uMostSignature)) {
-            logMessage(ERROR, "no signature for the repository index");
+            logMessage(ERROR, "repository index cannot be verified without its signature");
             return false;
         }
-        const SignatureVerdict verdict = verify(sNewIndex, sNewSignature, sIndex);
-        if (iPause == 0 || !mayBeHalfPublished(verdict)) {
-            return isGood(verdict);
+        const auto verdict = verify(sNewIndex, sNewSignature, sIndex);
+        if (!verdict) {
+            return false;
+        }
+        if (iPause == 0 || !mayBeHalfPublished(*verdict)) {
+            return isGood(*verdict);
         }
         logMessage(WARNING, "the signature does not fit the repository index; fetching both anew");
         std::this_thread::sleep_for(std::chrono::seconds(iPause));
@@ -200,31 +237,54 @@ bool SignedIndex::fetchPair(Downloader& downloader, std::string& sIndex) const
 }
 
 /// @param sIndex  set to the bytes that were tested.
-SignatureVerdict SignedIndex::verify(const std::string& sIndexPath,
-                                     const std::string& sSignaturePath, std::string& sIndex) const
+/// @return nothing (logged) if there is something that cannot be read.
+std::optional<SignatureVerdict> SignedIndex::verify(const std::string& sIndexPath,
+                                                    const std::string& sSignaturePath,
+                                                    std::string& sIndex) const
 {
     std::string sArmour;
     if (!readBounded(sIndexPath, k_uMostIndex, sIndex) ||
         !readBounded(sSignaturePath, k_uMostSignature, sArmour)) {
-        return {SignatureVerdict::NONE, ""};
+        return {};
     }
     return m_verify ? m_verify(sIndex, sArmour) : SignatureVerdict{};
 }
 
-/// Tests the revision of an index whose signature is good, and keeps it if it is the highest one.
-bool SignedIndex::acceptRevision(const std::string& sIndexPath) const
+/// The revision of the pair that lies in the cache; 0 if none does that is to be believed.
+std::uint64_t SignedIndex::cachedRevision() const
+{
+    std::string sIndex;
+    std::string sArmour;
+    std::string sRevision;
+    const bool bGood = readFile(m_sIndex, sIndex, k_uMostIndex) &&
+                       readFile(m_sSignature, sArmour, k_uMostSignature) && m_verify &&
+                       m_verify(sIndex, sArmour).kind == SignatureVerdict::GOOD &&
+                       readRevision(m_sIndex, sRevision);
+    return bGood ? revisionNumber(sRevision).value_or(0) : 0;
+}
+
+/// The revision of an index whose signature is good.
+///
+/// @param uCached  that of the index that it would replace.
+/// @return nothing (logged) if the index is not to be used.
+std::optional<std::uint64_t> SignedIndex::acceptableRevision(const std::string& sIndexPath,
+                                                             std::uint64_t uCached) const
 {
     std::string sRevision;
     if (!readRevision(sIndexPath, sRevision)) {
         logMessage(ERROR, "failed parsing repository metadata from '%s'", k_pIndexLocation);
-        return false;
+        return {};
     }
     const auto uRevision = revisionNumber(sRevision);
     if (!uRevision) {
         logMessage(ERROR, "the signed repository index has no revision that is a number");
-        return false;
+        return {};
     }
-    const unsigned long long uHighest = highestRevision(m_sRevision);
+    const auto uKept = keptRevision(m_sRevision);
+    if (!uKept) {
+        return {};
+    }
+    const unsigned long long uHighest = std::max(*uKept, uCached);
     const unsigned long long uThis = *uRevision;
     const unsigned long long uNow = secondsNow();
     if (uThis < uHighest) {
@@ -232,17 +292,28 @@ bool SignedIndex::acceptRevision(const std::string& sIndexPath) const
             ERROR,
             "repository index is older than one before: revision %llu, accepted before: %llu",
             uThis, uHighest);
-        return false;
+        return {};
     }
     if (isTooOld(uThis, uNow, m_pConfig->maxAge)) {
         logMessage(ERROR, "repository index is older than %u days: revision %llu, now: %llu",
                    m_pConfig->maxAge, uThis, uNow);
-        return false;
+        return {};
     }
-    if (uThis > uHighest && !replaceFile(m_sRevision, std::to_string(uThis) + "\n")) {
+    logMessage(DEBUG, "accepted signed repository index of revision %llu", uThis);
+    return uRevision;
+}
+
+/// Keeps the revision of the index that has come into the cache.
+bool SignedIndex::keepRevision(std::uint64_t uRevision) const
+{
+    const std::string sText = std::to_string(uRevision) + "\n";
+    std::string sKept;
+    if (readFile(m_sRevision, sKept, k_uMostRevision) && sKept == sText) {
+        return true;
+    }
+    if (!replaceFile(m_sRevision, sText)) {
         logMessage(ERROR, "failed writing '%s' (%s)", m_sRevision.c_str(), errnoText().c_str());
         return false;
     }
-    logMessage(DEBUG, "accepted signed repository index of revision %llu", uThis);
     return true;
 }

@@ -24,9 +24,10 @@ using SignatureVerifier =
 
 /// The index of a repository that is to be signed. Beside "repomd.xml" the directory of the repository
 /// in the cache then has "repomd.xml.asc" and, in "repomd.xml.revision", the highest revision that was
-/// ever accepted. Index and signature are written under other names and take their places only when
-/// they have passed all tests. A power cut in between leaves a pair that does not fit: it is refused
-/// like any other, and replaced by the next fetch().
+/// ever accepted; either of the two, index and number, keeps an older index out. Index and signature
+/// are written under other names, and forced to disk and renamed when they have passed all tests; the
+/// number follows. A power cut between the renames leaves a pair that does not fit: it is refused like
+/// any other, and replaced by the next fetch().
 class SignedIndex {
 public:
     /// @param repoConfig  must outlive the object.
@@ -47,10 +48,13 @@ public:
 
 private:
     [[nodiscard]] bool fetchPair(Downloader& downloader, std::string& sIndex) const;
-    [[nodiscard]] SignatureVerdict verify(const std::string& sIndexPath,
-                                          const std::string& sSignaturePath,
-                                          std::string& sIndex) const;
-    [[nodiscard]] bool acceptRevision(const std::string& sIndexPath) const;
+    [[nodiscard]] std::optional<SignatureVerdict> verify(const std::string& sIndexPath,
+                                                         const std::string& sSignaturePath,
+                                                         std::string& sIndex) const;
+    [[nodiscard]] std::uint64_t cachedRevision() const;
+    [[nodiscard]] std::optional<std::uint64_t> acceptableRevision(const std::string& sIndexPath,
+                                                                  std::uint64_t uCached) const;
+    [[nodiscard]] bool keepRevision(std::uint64_t uRevision) const;
 
     const RepoConfig* m_pConfig;  ///< not owned
     std::string m_sIndex;         ///< paths in the cache

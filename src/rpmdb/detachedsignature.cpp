@@ -64,7 +64,7 @@ SignatureVerdict verifyDetached(rpmts ts, std::string_view sData, std::string_vi
             best = std::move(verdict);
         }
     }
-    if (best.kind == SignatureVerdict::UNKNOWN_KEY && !holdsAnyKey(ts)) {
+    if (best.kind >= SignatureVerdict::UNKNOWN_KEY && !holdsAnyKey(ts)) {
         return {SignatureVerdict::NO_KEYS, ""};
     }
     return best;

@@ -14,11 +14,17 @@ from test_faults import moved, reply
 SIGNATURE, CACHE = f"{INDEX}.asc", "/var/cache/updater/base"
 NOW, DAY = int(time.time()), 86400
 ROADS = {"file": "file:///srv/repo", "http": "http://127.0.0.1:8080/srv/repo", "proxy": "http://repo.test/srv/repo"}
+REVISION = f"{CACHE}/repomd.xml.revision"
 FAILED = ["ERROR: could not update repository data", "INFO: --- EXIT ERROR ---"]
+NOT_LOADED = ["ERROR: could not load repository data", FAILED[1]]
+IGNORED = f"WARNING: ignoring '{REVISION}', which holds no revision"
+UNREADABLE = f"ERROR: cannot read '{CACHE}/{{}}' to verify the repository index ({{}})"
+NO_KEY = "ERROR: no key in the rpm database to verify the repository index with"
 AGAIN = ["WARNING: the signature does not fit the repository index; fetching both anew"] * 2
 BAD = "ERROR: bad signature of key KEY on the repository index"
 UNUSABLE = f"ERROR: no usable signature in '{SIGNATURE}'"
 LONG, NOT_GOT = f"failed fetching '{INDEX}' (longer than it may be)", "ERROR: failed getting repository resource "
+UNSIGNED = "ERROR: repository index cannot be verified without its signature"
 UNKNOWN = "ERROR: repository index is signed by key KEY, which is not in the rpm database"
 OLDER = "ERROR: repository index is older than one before: revision 1999, accepted before: 2000"
 ARMOUR = "/usr/bin/rpm -qp --qf '%{RSAHEADER:armor}' /srv/repo/lib-2-1.noarch.rpm"
@@ -80,7 +86,7 @@ ROWS = {
     "several blocks": ("proxy", by(lambda _, index, signature: keys.signature(index, "stranger"), lambda *good: good[2]), GOOD),
     "too many signatures": ("file", by(lambda _, index, signature: keys.signature(index, "stranger") * 16 + signature), [UNKNOWN]),
     "endless signature": ("file", by(lambda *_: b"\n" * 16385), [
-        "ERROR: failed copying file (File too large)", NOT_GOT + f"'{SIGNATURE}'", "ERROR: no signature for the repository index"]),
+        "ERROR: failed copying file (File too large)", NOT_GOT + f"'{SIGNATURE}'", UNSIGNED]),
     "endless index": ("http", lambda _: (b"\n" * (2**20 + 1), b""), [
         *[f"WARNING: {LONG}; retrying"] * 2, f"ERROR: {LONG}", NOT_GOT + f"'{INDEX}'"]),
     "revision that is no number": ("file", lambda device: pair(device, 2**64), ["ERROR: the signed repository index has no revision that is a number"]),
@@ -96,7 +102,7 @@ def test_what_is_believed(seen, name):
     if road == "proxy":
         use_proxy(seen, port="8080", bypassLocalNetwork="off")
     assert ask(seen, ROADS[road], attributes) == [*lines, *FAILED * (lines != GOOD)]
-    assert cached(seen)[:2] == [*shown] if lines == GOOD else cached(seen) == before
+    assert cached(seen) == ([*shown, re.findall(b"<revision>(.*)<", shown[0])[0] + b"\n"] if lines == GOOD else before)
     assert ask(seen, ROADS["file"], "", "--cache-only") == GOOD
 
 
@@ -109,13 +115,20 @@ def test_both_sides_of_a_publication(seen, stale, redirects, lines):
 
 
 @pytest.mark.parametrize("script, revision, arguments, lines", [
-    (f"cp repo/{SIGNATURE} {CACHE}", 3000, ["--cache-only"], [BAD, "ERROR: could not load repository data", FAILED[1]]),
+    (f"cp repo/{SIGNATURE} {CACHE}", 3000, ["--cache-only"], [BAD, *NOT_LOADED]),
     (f"cp repo/{SIGNATURE} {CACHE}", 3000, [], GOOD),
+    (f"rm {CACHE}/{SIGNATURE[9:]}", 3000, ["--cache-only"], [UNREADABLE.format(f"{SIGNATURE[9:]}", "No such file or directory"), *NOT_LOADED]),
+    (f"rm {REVISION}", 1999, [], [OLDER, *FAILED]),
+    (f"printf 199 >{REVISION}", 1999, [], [IGNORED, OLDER, *FAILED]),
+    (f"printf 199 >{REVISION}", 2000, [], [IGNORED, *GOOD]),
+    (f"rm {REVISION}; mkdir {REVISION}", 3000, [], [UNREADABLE.format("repomd.xml.revision", "Is a directory"), *FAILED]),
+    (f"rm {CACHE}/{SIGNATURE[9:]}", 1999, [], [OLDER, *FAILED]),
     (guides.blocks("docs/operating.md")["An index that counts as old"].splitlines()[0], 1999, [], GOOD),
-    (f"echo x >{CACHE}/repomd.xml.revision", 1999, [], [f"WARNING: ignoring '{CACHE}/repomd.xml.revision', which holds no revision", *GOOD]),
-    ("rpm -e gpg-pubkey", 3000, ["--no-sig-check"], ["ERROR: no key in the rpm database to verify the repository index with", *FAILED]),
+    ("rpm -e gpg-pubkey", 3000, ["--no-sig-check"], [NO_KEY, *FAILED]),
+    (f"rpm -e gpg-pubkey; echo >repo/{SIGNATURE}", 3000, [], [NO_KEY, *FAILED]),
     (EXPIRED_AND_REVOKED, 3000, [], GOOD),
-], ids=["torn pair", "torn pair fetched anew", "lost revision", "damaged revision", "no key", "expired and revoked key"])
+], ids=["torn pair", "torn pair fetched anew", "no signature", "lost revision", "cut revision", "cut revision mended",
+        "unreadable revision", "lost signature", "index of before forgotten", "no key", "no key, no signature", "expired and revoked key"])
 def test_what_the_device_has(seen, script, revision, arguments, lines):
     publish(seen, *pair(seen, revision))
     assert seen.shell(f"cd /srv; {script}").returncode == 0
